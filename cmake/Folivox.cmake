@@ -1,0 +1,72 @@
+# Helpers shared by every folder's CMakeLists.
+#
+# folivox_library(NAME DEPS ...) makes the library target folivox_NAME from
+# every .cpp below the current folder. A folder with no sources yet becomes an
+# INTERFACE target so that dependants still configure.
+function(folivox_library name)
+  cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  file(GLOB_RECURSE headers CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+  set(target folivox_${name})
+  if(sources)
+    add_library(${target} STATIC ${sources} ${headers})
+    target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(${target} PUBLIC ${ARG_DEPS})
+  else()
+    add_library(${target} INTERFACE)
+    target_include_directories(${target} INTERFACE ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(${target} INTERFACE ${ARG_DEPS})
+  endif()
+endfunction()
+
+# folivox_tests(NAME DEPS ...) makes one test executable per folder below the
+# current one that holds .cpp files: folivox_NAME_<sub>_tests. Files whose name
+# ends in IntegrationTest.cpp go to a separate executable labelled
+# "integration" (they run real ffmpeg). Keeping folders apart lets work on one
+# area build and run without the others.
+function(folivox_tests name)
+  cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+  file(GLOB_RECURSE all CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  set(dirs "")
+  foreach(f ${all})
+    get_filename_component(d ${f} DIRECTORY)
+    list(APPEND dirs ${d})
+  endforeach()
+  list(REMOVE_DUPLICATES dirs)
+  foreach(d ${dirs})
+    file(RELATIVE_PATH rel ${CMAKE_CURRENT_SOURCE_DIR} ${d})
+    string(REPLACE "/" "_" suffix "${rel}")
+    if(suffix STREQUAL "")
+      set(base folivox_${name})
+    else()
+      set(base folivox_${name}_${suffix})
+    endif()
+    file(GLOB unit CONFIGURE_DEPENDS ${d}/*.cpp)
+    set(integ "")
+    foreach(f ${unit})
+      if(f MATCHES "IntegrationTest\\.cpp$")
+        list(APPEND integ ${f})
+      endif()
+    endforeach()
+    if(integ)
+      list(REMOVE_ITEM unit ${integ})
+    endif()
+    foreach(kind unit integ)
+      if(NOT ${kind})
+        continue()
+      endif()
+      if(kind STREQUAL "unit")
+        set(target ${base}_tests)
+        set(labels "${name}")
+      else()
+        set(target ${base}_integration_tests)
+        set(labels "${name};integration")
+      endif()
+      add_executable(${target} ${${kind}})
+      target_link_libraries(${target} PRIVATE folivox_test_support ${ARG_DEPS})
+      gtest_discover_tests(${target}
+        DISCOVERY_MODE PRE_TEST
+        PROPERTIES LABELS "${labels}" ENVIRONMENT "FOLIVOX_TOOLS_DIR=${FOLIVOX_TOOLS_BUILD_DIR}")
+    endforeach()
+  endforeach()
+endfunction()

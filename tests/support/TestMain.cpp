@@ -1,0 +1,22 @@
+// The main() of every test program.
+#include "support/ChildProcessCheck.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+int main(int argc, char** argv)
+{
+    ::testing::InitGoogleTest(&argc, argv);
+    QCoreApplication app(argc, argv);
+
+    // Tests never touch the user's own settings, library or queue.
+    QTemporaryDir home(QDir::tempPath() + QStringLiteral("/folivox-test-home-XXXXXX"));
+    qputenv("FOLIVOX_HOME", home.path().toUtf8());
+
+    const int rc = RUN_ALL_TESTS();
+    const int leftovers = folivox::test::reportLeftoverChildren();
+    return leftovers > 0 ? 1 : rc;
+}
