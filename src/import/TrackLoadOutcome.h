@@ -1,0 +1,45 @@
+#pragma once
+
+#include "core/Track.h"
+
+#include <QList>
+#include <QString>
+#include <QUrl>
+
+#include <vector>
+
+namespace folivox {
+
+// The result of loading a list of files: the tracks in input order, the
+// damaged sources whose repaired copies stand in for them, and the files that
+// could not be read, each with its reason.
+struct TrackLoadOutcome {
+    enum class FailureReason {
+        brokenAudioStream,
+        zeroDuration,
+        timeout,
+        noAudioFound,
+        other,
+    };
+
+    struct UnreadableFile {
+        QUrl url;
+        FailureReason reason = FailureReason::other;
+        bool operator==(const UnreadableFile&) const = default;
+    };
+
+    std::vector<Track> tracks;
+    QList<QUrl> repairedOriginalURLs;
+    std::vector<UnreadableFile> unreadableFiles;
+
+    bool isEmpty() const { return tracks.empty() && repairedOriginalURLs.isEmpty() && unreadableFiles.empty(); }
+
+    // The localisation key and the text shown for a reason; the timeout text
+    // names the stall interval in whole seconds.
+    static const char* reasonKey(FailureReason reason);
+    static QString reasonText(FailureReason reason, int timeoutSeconds = 10);
+    // The case name, as used in logs and JSON ("brokenAudioStream", ...).
+    static QString reasonName(FailureReason reason);
+};
+
+} // namespace folivox

@@ -1,0 +1,146 @@
+#include "AudioFixtures.h"
+
+#include <QCoreApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using folivox::test::AudioFixtures;
+using folivox::test::Fixtures;
+
+namespace {
+
+struct CommandRun {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+// Runs the `folivox` command built beside this test program.
+CommandRun runFolivox(const QStringList& args)
+{
+    QProcess p;
+    p.setProgram(QCoreApplication::applicationDirPath() + QStringLiteral("/folivox"));
+    p.setArguments(args);
+    p.setStandardInputFile(QProcess::nullDevice());
+    p.start();
+    CommandRun r;
+    if (!p.waitForStarted(10000) || !p.waitForFinished(60000)) {
+        p.kill();
+        p.waitForFinished();
+        return r;
+    }
+    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    r.out = p.readAllStandardOutput();
+    r.err = p.readAllStandardError();
+    return r;
+}
+
+class InspectCommandIntegrationTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        dir = new QTemporaryDir;
+        ASSERT_TRUE(AudioFixtures::m4b(path("book.m4b"), 4.0, "64k", {{0, "Opening"}, {2.0, "Second"}}, true,
+                                       {"title=The Book", "artist=Ann Author"}));
+        ASSERT_TRUE(AudioFixtures::taggedMp3(path("track.mp3"), 2.0, {"title=Track Title", "track=4/12"}, 1));
+        ASSERT_TRUE(Fixtures::writeFile(path("notes.mp3"), QByteArray("Nothing to hear here.\n").repeated(20)));
+    }
+    static void TearDownTestSuite()
+    {
+        delete dir;
+        dir = nullptr;
+    }
+    static QString path(const QString& name) { return dir->filePath(name); }
+    static QTemporaryDir* dir;
+};
+
+QTemporaryDir* InspectCommandIntegrationTest::dir = nullptr;
+
+} // namespace
+
+TEST_F(InspectCommandIntegrationTest, JsonListsFormatTagsChaptersAndCover)
+{
+    const CommandRun r = runFolivox({"inspect", "--json", path("book.m4b"), path("track.mp3")});
+    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(r.out, &error);
+    ASSERT_EQ(error.error, QJsonParseError::NoError) << r.out.toStdString();
+    const QJsonArray files = doc.object().value("files").toArray();
+    ASSERT_EQ(files.size(), 2);
+
+    const QJsonObject book = files[0].toObject();
+    EXPECT_EQ(book.value("path").toString(), path("book.m4b"));
+    EXPECT_TRUE(book.value("readable").toBool());
+    const QJsonObject format = book.value("format").toObject();
+    // AAC-LC at 32 kbps per channel is taken as HE-AAC.
+    EXPECT_EQ(format.value("codec").toString(), "he-aac");
+    EXPECT_EQ(format.value("profile").toString(), "HE-AAC");
+    EXPECT_EQ(format.value("sampleRate").toInt(), 44100);
+    EXPECT_EQ(format.value("channels").toInt(), 2);
+    EXPECT_NEAR(format.value("duration").toDouble(), 4.0, 0.05);
+    EXPECT_GT(format.value("bitrate").toInt(), 40000);
+    EXPECT_EQ(format.value("container").toString(), "mov,mp4,m4a,3gp,3g2,mj2");
+    EXPECT_EQ(book.value("tags").toObject().value("title").toString(), "The Book");
+    const QJsonArray chapters = book.value("chapters").toArray();
+    ASSERT_EQ(chapters.size(), 2);
+    EXPECT_EQ(chapters[1].toObject().value("title").toString(), "Second");
+    EXPECT_NEAR(chapters[1].toObject().value("start").toDouble(), 2.0, 0.01);
+    EXPECT_TRUE(book.value("cover").toObject().value("present").toBool());
+    EXPECT_EQ(book.value("cover").toObject().value("mimeType").toString(), "image/png");
+
+    const QJsonObject track = files[1].toObject();
+    EXPECT_EQ(track.value("format").toObject().value("codec").toString(), "mp3");
+    EXPECT_EQ(track.value("format").toObject().value("channels").toInt(), 1);
+    EXPECT_EQ(track.value("tags").toObject().value("track").toString(), "4/12");
+    EXPECT_TRUE(track.value("chapters").toArray().isEmpty());
+    EXPECT_FALSE(track.value("cover").toObject().value("present").toBool());
+}
+
+TEST_F(InspectCommandIntegrationTest, UnreadableFilesAreListedAfterTheRestAndExitOne)
+{
+    CommandRun r = runFolivox({"inspect", "--json", path("notes.mp3"), path("track.mp3"), path("missing.mp3")});
+    EXPECT_EQ(r.exitCode, 1);
+    const QJsonArray files = QJsonDocument::fromJson(r.out).object().value("files").toArray();
+    ASSERT_EQ(files.size(), 3);
+    EXPECT_FALSE(files[0].toObject().value("readable").toBool());
+    EXPECT_EQ(files[0].toObject().value("reason").toString(), "noAudioFound");
+    EXPECT_TRUE(files[1].toObject().value("readable").toBool());
+    EXPECT_EQ(files[2].toObject().value("reason").toString(), "other");
+
+    r = runFolivox({"inspect", path("notes.mp3"), path("track.mp3")});
+    EXPECT_EQ(r.exitCode, 1);
+    const QString out = QString::fromUtf8(r.out);
+    EXPECT_TRUE(out.startsWith(path("track.mp3") + "\n")) << out.toStdString();
+    EXPECT_TRUE(out.contains("  Codec:       mp3 — MP3 (MPEG Audio Layer 3)"));
+    EXPECT_TRUE(out.contains("  Channels:    1"));
+    EXPECT_TRUE(out.contains("    title: Track Title"));
+    EXPECT_FALSE(out.contains("notes.mp3"));
+    EXPECT_TRUE(QString::fromUtf8(r.err).contains(
+        "folivox inspect: " + path("notes.mp3") + ": no audio found at the start of the file"));
+}
+
+TEST_F(InspectCommandIntegrationTest, TextShowsChaptersAndCover)
+{
+    const CommandRun r = runFolivox({"inspect", path("book.m4b")});
+    EXPECT_EQ(r.exitCode, 0);
+    const QString out = QString::fromUtf8(r.out);
+    EXPECT_TRUE(out.contains("  Chapters:    2\n    1. 00:00:00.000  Opening\n    2. 00:00:02.000  Second\n"))
+        << out.toStdString();
+    EXPECT_TRUE(out.contains("  Cover:       yes (image/png, "));
+    EXPECT_TRUE(out.contains("  Sample rate: 44100 Hz"));
+    EXPECT_TRUE(r.err.isEmpty()) << r.err.toStdString();
+}
+
+TEST_F(InspectCommandIntegrationTest, UsageErrors)
+{
+    EXPECT_EQ(runFolivox({"inspect"}).exitCode, 2);
+    EXPECT_EQ(runFolivox({"inspect", "--bogus", path("track.mp3")}).exitCode, 2);
+    const CommandRun help = runFolivox({"inspect", "--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_TRUE(help.out.startsWith("Usage: folivox inspect"));
+}
