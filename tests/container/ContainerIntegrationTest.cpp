@@ -1,0 +1,348 @@
+// Container edits on real files written by ffmpeg: relocation, language
+// atoms, channel count repair, and crashes in the middle of each.
+#include "MP4TestBoxes.h"
+#include "support/Fixtures.h"
+
+#include "container/FastStartRelocator.h"
+#include "container/FaultInjection.h"
+#include "container/LanguageCodes.h"
+#include "container/MP4BoxHeader.h"
+#include "container/MP4ChapterTrackLanguagePatcher.h"
+#include "container/MP4File.h"
+#include "container/MP4BoxTree.h"
+#include "container/MP4LanguageAtomWriter.h"
+#include "container/MP4MoovEditor.h"
+#include "container/MP4MoovReader.h"
+#include "container/MP4MoovRewriter.h"
+#include "container/MP4StsdChannelPatcher.h"
+#include "platform/Log.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace folivox;
+using namespace folivox::test;
+
+namespace {
+struct Probe {
+    int exitCode = -1;
+    QString out;
+};
+
+// ffprobe's view of the first audio stream: codec and channel count.
+Probe ffprobe(const QString& path)
+{
+    QProcess p;
+    p.start(QStringLiteral("ffprobe"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-select_streams"),
+                                        QStringLiteral("a:0"), QStringLiteral("-show_entries"),
+                                        QStringLiteral("stream=codec_name,channels:format=duration"), QStringLiteral("-of"),
+                                        QStringLiteral("default=nw=1"), path});
+    p.waitForFinished(60000);
+    Probe r;
+    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    r.out = QString::fromUtf8(p.readAllStandardOutput() + p.readAllStandardError());
+    return r;
+}
+
+// The channel count an independent reader takes from the sample description.
+QString exifChannels(const QString& path)
+{
+    QProcess p;
+    p.start(QStringLiteral("exiftool"), {QStringLiteral("-s3"), QStringLiteral("-AudioChannels"), path});
+    p.waitForFinished(60000);
+    return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
+}
+
+QStringList topLevelTypes(const QString& path)
+{
+    const MP4File f(path, MP4File::Access::read);
+    QStringList types;
+    for (const auto& b : MP4BoxHeader::listTopLevel(f, f.size()))
+        types << b.type;
+    return types;
+}
+
+// Runs op in a child process that dies on the spot (no destructors, no
+// clean-up: as if killed) when it reaches the point `point` for the
+// `occurrence`-th time. Returns true when the child died there, false when
+// op finished without reaching it.
+bool killedAt(const QString& point, int occurrence, const std::function<void()>& op)
+{
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        int seen = 0;
+        FaultInjection::Scope hook([&](const QString& reached) {
+            if (reached == point && ++seen == occurrence)
+                ::_exit(42);
+        });
+        try {
+            op();
+        } catch (...) {
+            ::_exit(2);
+        }
+        ::_exit(3);
+    }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 42;
+}
+
+class ContainerIntegrationTest : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+
+    // A mono AAC book written by the ipod muxer (moov last), or with moov in
+    // front (faststart).
+    QString makeBook(const QString& name, bool faststart = false, double seconds = 4, int channels = 1)
+    {
+        const QString path = dir.filePath(name);
+        QStringList args{QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"), QStringLiteral("64k")};
+        if (faststart)
+            args << QStringLiteral("-movflags") << QStringLiteral("+faststart");
+        args << QStringLiteral("-f") << QStringLiteral("ipod");
+        EXPECT_TRUE(Fixtures::tone(path, seconds, args, 44100, channels));
+        return path;
+    }
+};
+} // namespace
+
+TEST_F(ContainerIntegrationTest, RelocationPutsMoovAheadOfMdatAndKeepsTheAudio)
+{
+    const QString book = makeBook(QStringLiteral("book.m4b"), false, 6);
+    ASSERT_EQ(topLevelTypes(book), (QStringList{"ftyp", "free", "mdat", "moov"}));
+    const QString md5 = Fixtures::decodedMd5(book);
+    ASSERT_FALSE(md5.isEmpty());
+    const auto sizeBefore = QFileInfo(book).size();
+
+    const auto outcome = FastStartRelocator::relocate(book);
+    ASSERT_EQ(outcome.kind, FastStartRelocator::Outcome::Kind::relocated);
+    EXPECT_EQ(topLevelTypes(book), (QStringList{"ftyp", "free", "moov", "mdat"}));
+    EXPECT_EQ(QFileInfo(book).size(), sizeBefore);
+    const Probe p = ffprobe(book);
+    EXPECT_EQ(p.exitCode, 0) << p.out.toStdString();
+    EXPECT_TRUE(p.out.contains(QStringLiteral("codec_name=aac"))) << p.out.toStdString();
+    EXPECT_EQ(Fixtures::decodedMd5(book), md5);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"book.m4b"});
+
+    EXPECT_EQ(FastStartRelocator::relocate(book).kind, FastStartRelocator::Outcome::Kind::alreadyAhead);
+}
+
+TEST_F(ContainerIntegrationTest, LanguageEditOnTheFastPathChangesOnlyTheExpectedBytes)
+{
+    for (const bool faststart : {false, true}) {
+        const QString book = makeBook(faststart ? QStringLiteral("front.m4b") : QStringLiteral("last.m4b"), faststart);
+        const QByteArray before = readBytes(book);
+        const QString md5 = Fixtures::decodedMd5(book);
+        const auto oldMoov = MP4MoovReader::read(book);
+
+        // What the edit should produce, computed on the buffer alone.
+        QByteArray expectedMoov = oldMoov.data;
+        MP4LanguageAtomWriter::placeLanguageAtom(expectedMoov, 0, QStringLiteral("English"));
+        MP4LanguageAtomWriter::placeFreeformAtom(expectedMoov, 0, {QStringLiteral("LANGUAGE"), QStringLiteral("eng"), 64});
+        MP4LanguageAtomWriter::setAudioLanguage(expectedMoov, 0, QStringLiteral("eng"));
+
+        LogCapture log;
+        const QStringList labels = MP4LanguageAtomWriter::write(book, QStringLiteral("English"), QStringLiteral("eng"));
+        EXPECT_EQ(labels, (QStringList{"©lan", "iTunes:LANGUAGE", "mdhd"}));
+        EXPECT_TRUE(log.contains(QStringLiteral("written via fast path")));
+        EXPECT_FALSE(log.contains(QStringLiteral("full-file")));
+
+        const QByteArray after = readBytes(book);
+        const auto newMoov = MP4MoovReader::read(book);
+        EXPECT_EQ(newMoov.data, expectedMoov);
+        if (!faststart) {
+            // moov last: everything ahead of it is untouched, the file ends with the new moov.
+            EXPECT_TRUE(log.contains(QStringLiteral("[AtomsPerf] rewrite mode=last")));
+            EXPECT_EQ(after.left(qsizetype(oldMoov.fileOffset)), before.left(qsizetype(oldMoov.fileOffset)));
+            EXPECT_EQ(after.size(), qsizetype(oldMoov.fileOffset) + expectedMoov.size());
+        } else {
+            // moov in front with 8 free bytes: too small, so the moov is appended and the
+            // old place becomes one free box of zeros; the media between is untouched.
+            EXPECT_TRUE(log.contains(QStringLiteral("[AtomsPerf] rewrite mode=append")));
+            const qsizetype oldEnd = qsizetype(oldMoov.fileOffset + oldMoov.originalSize);
+            EXPECT_EQ(after.left(qsizetype(oldMoov.fileOffset)), before.left(qsizetype(oldMoov.fileOffset)));
+            EXPECT_EQ(after.mid(qsizetype(oldMoov.fileOffset), 8), u32(std::uint32_t(oldMoov.originalSize + 8)) + "free");
+            EXPECT_EQ(after.mid(qsizetype(oldMoov.fileOffset) + 8, qsizetype(oldMoov.originalSize) - 8),
+                      QByteArray(qsizetype(oldMoov.originalSize) - 8, '\0'));
+            EXPECT_EQ(after.mid(oldEnd, before.size() - oldEnd), before.mid(oldEnd));
+            EXPECT_EQ(after.right(expectedMoov.size()), expectedMoov);
+        }
+        EXPECT_EQ(Fixtures::decodedMd5(book), md5);
+        const Probe p = ffprobe(book);
+        EXPECT_EQ(p.exitCode, 0) << p.out.toStdString();
+
+        // Written twice: one ©lan, and the same length keeps the moov's size.
+        const qint64 size = QFileInfo(book).size();
+        MP4LanguageAtomWriter::write(book, QStringLiteral("Deutsch"), QStringLiteral("deu"));
+        const QByteArray twice = readBytes(book);
+        const auto moov = MP4MoovReader::read(book);
+        EXPECT_EQ(moov.data.count("\xA9lan"), 1);
+        EXPECT_EQ(moov.data.count("LANGUAGE"), 1);
+        EXPECT_EQ(moov.originalSize, std::uint64_t(expectedMoov.size()));
+        EXPECT_EQ(QFileInfo(book).size(), size);
+        EXPECT_EQ(MP4ChapterTrackLanguagePatcher::trackLanguageFields(moov.data)[0].packed, *LanguageCodes::pack("deu"));
+        EXPECT_EQ(Fixtures::decodedMd5(book), md5);
+    }
+}
+
+TEST_F(ContainerIntegrationTest, AMonoTrackWhoseStsdClaimsStereoIsPatchedAndReadsAsMono)
+{
+    // FFmpeg's ipod muxer writes channelcount 2 for mono AAC; if a version
+    // ever writes 1, put the 2 there ourselves.
+    const QString book = makeBook(QStringLiteral("mono.m4a"));
+    const QString md5 = Fixtures::decodedMd5(book);
+    auto moov = MP4MoovReader::read(book);
+    const qsizetype field = moov.data.indexOf("mp4a") + 4 + 16;
+    if (MP4Bytes::be16(moov.data.constData() + field) != 2) {
+        MP4File f(book, MP4File::Access::update);
+        f.writeAt(moov.fileOffset + std::uint64_t(field), u16(2));
+        moov = MP4MoovReader::read(book);
+    }
+    EXPECT_EQ(exifChannels(book), QStringLiteral("2"));
+    ASSERT_TRUE(MP4StsdChannelPatcher::decide(moov.data)[0].patch);
+
+    LogCapture log;
+    const auto outcome = MP4StsdChannelPatcher::applyLogged(book);
+    ASSERT_EQ(outcome.edits.size(), 1);
+    EXPECT_EQ(outcome.edits[0].trackID, 1);
+    EXPECT_EQ(outcome.edits[0].offset, field);
+    EXPECT_EQ(outcome.edits[0].audioObjectType, 2);
+    EXPECT_TRUE(log.contains(QStringLiteral("[StsdPatch] mono.m4a trak1 channelcount 2 -> 1 (aot=2 chcfg=1)")));
+    // Exactly the two bytes changed.
+    QByteArray expected = moov.data;
+    MP4Bytes::put16(expected.data() + field, 1);
+    EXPECT_EQ(MP4MoovReader::read(book).data, expected);
+    EXPECT_EQ(exifChannels(book), QStringLiteral("1"));
+    const Probe p = ffprobe(book);
+    EXPECT_TRUE(p.out.contains(QStringLiteral("channels=1"))) << p.out.toStdString();
+    EXPECT_EQ(Fixtures::decodedMd5(book), md5);
+    EXPECT_EQ(MP4StsdChannelPatcher::apply(book).reason, QStringLiteral("trak1:already-1"));
+
+    // A real stereo file is left alone, with its reason.
+    const QString stereo = makeBook(QStringLiteral("stereo.m4a"), false, 2, 2);
+    EXPECT_EQ(MP4StsdChannelPatcher::apply(stereo).reason, QStringLiteral("trak1:chcfg=2"));
+}
+
+TEST_F(ContainerIntegrationTest, ChapterTrackLanguageIsStampedOnARealTextTrack)
+{
+    // ffmpeg writes chapters as a QuickTime text track referenced from the audio.
+    const QString meta = dir.filePath("chapters.txt");
+    ASSERT_TRUE(writeBytes(meta, ";FFMETADATA1\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\nEND=2000\ntitle=One\n"
+                                 "[CHAPTER]\nTIMEBASE=1/1000\nSTART=2000\nEND=4000\ntitle=Two\n"));
+    const QString book = dir.filePath("chapters.m4b");
+    ASSERT_TRUE(Fixtures::ffmpeg({"-f", "lavfi", "-i", "sine=frequency=440:sample_rate=44100:duration=4", "-i", meta,
+                                  "-map_metadata", "1", "-map_chapters", "1", "-ac", "1", "-c:a", "aac", "-b:a", "64k", "-f", "ipod", book}));
+    const QString md5 = Fixtures::decodedMd5(book);
+    const auto fields = MP4ChapterTrackLanguagePatcher::trackLanguageFields(MP4MoovReader::read(book).data);
+    ASSERT_EQ(fields.size(), 2);
+    EXPECT_EQ(fields[1].handler, QStringLiteral("text"));
+    EXPECT_EQ(MP4ChapterTrackLanguagePatcher::stampChapterTrackNonFatal(book, QStringLiteral("fra")), 1);
+    const auto after = MP4ChapterTrackLanguagePatcher::trackLanguageFields(MP4MoovReader::read(book).data);
+    EXPECT_EQ(after[0].packed, fields[0].packed);
+    EXPECT_EQ(after[1].packed, *LanguageCodes::pack("fra"));
+    EXPECT_EQ(Fixtures::decodedMd5(book), md5);
+    QProcess p;
+    p.start("ffprobe", {"-v", "error", "-show_chapters", "-of", "csv=p=0", book});
+    p.waitForFinished(60000);
+    EXPECT_EQ(QString::fromUtf8(p.readAllStandardOutput()).count(u'\n'), 2);
+}
+
+TEST_F(ContainerIntegrationTest, ARelocationKilledAtAnyStepLeavesABookThatPlays)
+{
+    const QString original = makeBook(QStringLiteral("original.m4b"), false, 8);
+    const QString md5 = Fixtures::decodedMd5(original);
+    const QByteArray originalBytes = readBytes(original);
+    const QString book = dir.filePath("book.m4b");
+    struct Step {
+        const char* point;
+        int occurrence;
+    };
+    // After the first piece, after the moov, after a later piece, and with
+    // the temporary file complete and synced just before the put-back.
+    for (const Step step : {Step{"relocate.piece", 1}, Step{"relocate.moovWritten", 1}, Step{"relocate.piece", 2},
+                            Step{"relocate.synced", 1}}) {
+        ASSERT_TRUE(writeBytes(book, originalBytes));
+        ASSERT_TRUE(killedAt(QString::fromLatin1(step.point), step.occurrence, [&] { FastStartRelocator::relocate(book); }))
+            << step.point << " #" << step.occurrence << " was not reached";
+        EXPECT_EQ(readBytes(book), originalBytes) << "book changed before the put-back, at " << step.point;
+        EXPECT_EQ(Fixtures::decodedMd5(book), md5) << step.point;
+        // The dead run's temp file is all that is left over; a later run still works.
+        for (const QString& stray : QDir(dir.path()).entryList({"*.faststart.tmp"}, QDir::Files | QDir::Hidden))
+            QFile::remove(dir.filePath(stray));
+    }
+    ASSERT_EQ(FastStartRelocator::relocate(book).kind, FastStartRelocator::Outcome::Kind::relocated);
+    EXPECT_EQ(Fixtures::decodedMd5(book), md5);
+}
+
+TEST_F(ContainerIntegrationTest, AnAppendRewriteKilledAtAnyStepLeavesABookThatPlays)
+{
+    const QString original = makeBook(QStringLiteral("original.m4b"), true, 6);
+    const QString md5 = Fixtures::decodedMd5(original);
+    const QByteArray plain = readBytes(original);
+    // The same file with its last box (mdat) open-ended, as some writers leave it.
+    QByteArray openEnded = plain;
+    const qsizetype mdatAt = openEnded.indexOf("mdat") - 4;
+    ASSERT_GT(mdatAt, 0);
+    MP4Bytes::put32(openEnded.data() + mdatAt, 0);
+
+    const QString book = dir.filePath("book.m4b");
+    const MP4LanguageAtomWriter::FreeformTag narrator{QStringLiteral("NARRATOR"), QString(3000, u'n'), 4000};
+    const auto edit = [&] {
+        auto moov = MP4MoovReader::read(book);
+        MP4LanguageAtomWriter::placeFreeformAtom(moov.data, 0, narrator);
+        const auto plan = MP4MoovRewriter::plan(std::move(moov), book);
+        if (plan.mode != MP4MoovRewriter::Mode::append)
+            ::_exit(5);
+        MP4MoovRewriter::rewrite(plan, book);
+    };
+    for (const bool isOpenEnded : {false, true}) {
+        const QByteArray& start = isOpenEnded ? openEnded : plain;
+        QStringList points{"rewrite.append.newMoovWritten", "rewrite.append.oldMoovFreed", "rewrite.append.zeroed"};
+        if (isOpenEnded)
+            points.prepend("rewrite.append.closedOpenEndedBox");
+        for (const QString& point : points) {
+            ASSERT_TRUE(writeBytes(book, start));
+            ASSERT_TRUE(killedAt(point, 1, edit)) << point.toStdString() << " was not reached";
+            const Probe p = ffprobe(book);
+            EXPECT_EQ(p.exitCode, 0) << point.toStdString() << ": " << p.out.toStdString();
+            EXPECT_EQ(Fixtures::decodedMd5(book), md5) << point.toStdString();
+            // Some complete moov is always the first one a reader finds.
+            const auto moov = MP4MoovReader::read(book);
+            const bool isNew = moov.data.contains("NARRATOR");
+            EXPECT_EQ(isNew, point != QLatin1String("rewrite.append.newMoovWritten")
+                                 && point != QLatin1String("rewrite.append.closedOpenEndedBox"))
+                << point.toStdString();
+        }
+    }
+}
+
+TEST_F(ContainerIntegrationTest, TreeEditsThroughTheMoovEditorReadBackInIndependentReaders)
+{
+    for (const bool faststart : {false, true}) {
+        const QString book = makeBook(faststart ? QStringLiteral("front.m4b") : QStringLiteral("last.m4b"), faststart);
+        const QString md5 = Fixtures::decodedMd5(book);
+        const auto result = MP4MoovEditor::edit(book, [](MP4BoxTree::Node& moov) {
+            MP4BoxTree::Node& ilst = MP4BoxTree::ensureIlst(moov);
+            MP4BoxTree::Node item = MP4BoxTree::Node::container(MP4Bytes::fourCC("\xA9nam"));
+            item.append(MP4BoxTree::Node::leaf(MP4Bytes::fourCC("data"), u32(1) + u32(0) + QStringLiteral("Ünïcode Title").toUtf8()));
+            ilst.replaceOrAppend(item);
+            return true;
+        });
+        EXPECT_EQ(result.route, MP4MoovEditor::Route::fastPath);
+        QProcess probe;
+        probe.start("ffprobe", {"-v", "error", "-show_entries", "format_tags=title", "-of", "default=nw=1:nk=1", book});
+        probe.waitForFinished(60000);
+        EXPECT_EQ(QString::fromUtf8(probe.readAllStandardOutput()).trimmed(), QStringLiteral("Ünïcode Title"));
+        QProcess exif;
+        exif.start("exiftool", {"-s3", "-Title", book});
+        exif.waitForFinished(60000);
+        EXPECT_EQ(QString::fromUtf8(exif.readAllStandardOutput()).trimmed(), QStringLiteral("Ünïcode Title"));
+        EXPECT_EQ(Fixtures::decodedMd5(book), md5);
+    }
+}
