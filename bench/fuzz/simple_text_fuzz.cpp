@@ -1,0 +1,10 @@
+// libFuzzer target: SimpleTextParser on arbitrary bytes. Built and run by run-sidecar-fuzz.sh.
+#include "SidecarFuzzCommon.h"
+#include "sidecars/SimpleTextParser.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static const folivox::SimpleTextParser parser;
+    folivox::fuzz::runParser(parser, data, size);
+    return 0;
+}

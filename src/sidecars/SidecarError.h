@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/Error.h"
+
+#include <QString>
+
+#include <cstdint>
+
+namespace folivox {
+
+// Errors in the "Sidecar" domain: reading and decoding chapter files.
+class SidecarError : public Error {
+public:
+    enum class Kind { fileTooLarge, unsupportedEncoding, readFailed };
+
+    static SidecarError fileTooLarge(const QString& name, std::int64_t size);
+    static SidecarError unsupportedEncoding(const QString& name);
+    static SidecarError readFailed(const QString& name, const QString& reason);
+
+    Kind kind() const { return kind_; }
+    const QString& fileName() const { return name_; }
+    std::int64_t size() const { return size_; }
+    static QString domain() { return QStringLiteral("Sidecar"); }
+
+    QString description() const override;
+
+private:
+    SidecarError(Kind kind, QString name, std::int64_t size, QString reason);
+    Kind kind_;
+    QString name_;
+    std::int64_t size_ = 0;
+    QString reason_;
+};
+
+} // namespace folivox
