@@ -1,6 +1,7 @@
 #include "cli/ChaptersCommand.h"
 
 #include "cli/Console.h"
+#include "import/LibavAudioInspector.h"
 #include "platform/Error.h"
 #include "sidecars/SidecarDiscoveryService.h"
 #include "sidecars/SidecarMatchingService.h"
@@ -12,8 +13,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QStandardPaths>
 
 #include <algorithm>
 #include <cmath>
@@ -82,12 +81,6 @@ QString chaptersText(const QList<NormalizedChapter>& chapters)
     return out;
 }
 
-bool safeForArgumentList(const QString& path)
-{
-    return !path.isEmpty() && !path.startsWith(u'-') && !path.contains(QChar(0)) && !path.contains(u'\n')
-           && !path.contains(u'\r');
-}
-
 } // namespace
 
 ChaptersCommand::ChaptersCommand(DurationProbe probe) : probe_(std::move(probe)) {}
@@ -107,32 +100,17 @@ QString ChaptersCommand::usage() const
         "  --help         show this text\n");
 }
 
-std::optional<std::int64_t> ChaptersCommand::ffprobeDuration(const QString& path)
+std::optional<std::int64_t> ChaptersCommand::audioDuration(const QString& path)
 {
-    const QString program = QStandardPaths::findExecutable(QStringLiteral("ffprobe"));
-    const QString absolute = QFileInfo(path).canonicalFilePath();
-    if (program.isEmpty() || !safeForArgumentList(absolute))
-        return std::nullopt;
-    QProcess p;
-    p.setProgram(program);
-    p.setArguments({QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                    QStringLiteral("format=duration"), QStringLiteral("-of"), QStringLiteral("csv=p=0"), absolute});
-    p.setStandardInputFile(QProcess::nullDevice());
-    p.start();
-    if (!p.waitForStarted(10'000))
-        return std::nullopt;
-    if (!p.waitForFinished(60'000)) {
-        p.kill();
-        p.waitForFinished(5'000);
+    // Read in process with libavformat: no child process per audio file.
+    try {
+        const MediaProbe probe = LibavAudioInspector().probe(path);
+        if (!std::isfinite(probe.duration) || probe.duration <= 0)
+            return std::nullopt;
+        return static_cast<std::int64_t>(std::llround(probe.duration * 1000.0));
+    } catch (const std::exception&) {
         return std::nullopt;
     }
-    if (p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0)
-        return std::nullopt;
-    bool ok = false;
-    const double seconds = QString::fromUtf8(p.readAllStandardOutput()).trimmed().toDouble(&ok);
-    if (!ok || !std::isfinite(seconds) || seconds <= 0)
-        return std::nullopt;
-    return static_cast<std::int64_t>(std::llround(seconds * 1000.0));
 }
 
 int ChaptersCommand::run(const QStringList& args)

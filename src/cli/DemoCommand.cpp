@@ -1,0 +1,178 @@
+#include "cli/DemoCommand.h"
+
+#include "cli/BuildCommand.h"
+#include "cli/Console.h"
+#include "export/FFmpegWrapper.h"
+#include "export/ManualCancellationToken.h"
+#include "platform/Error.h"
+
+#include <QColor>
+#include <QDir>
+#include <QFileInfo>
+#include <QImage>
+#include <QTemporaryDir>
+
+#include <cmath>
+
+namespace folivox::cli {
+
+QString DemoCommand::name() const
+{
+    return QStringLiteral("demo");
+}
+
+QString DemoCommand::summary() const
+{
+    return QStringLiteral("build a short sample book");
+}
+
+QString DemoCommand::usage() const
+{
+    return QStringLiteral("Usage: folivox demo [--json] [--quiet] [-o PATH]\n\n"
+                          "Generates four short chapters of audio and a cover, and builds them into\n"
+                          "\"Folivox Sample Book.m4b\" in the current directory (or PATH).\n");
+}
+
+QStringList DemoCommand::chapterTitles()
+{
+    return {QStringLiteral("Opening"), QStringLiteral("The Long Road"), QStringLiteral("A Quiet Interlude"),
+            QStringLiteral("Homecoming")};
+}
+
+QStringList DemoCommand::makeSampleBook(const QString& folder, double secondsPerChapter)
+{
+    const FFmpegWrapper ffmpeg;
+    const QStringList titles = chapterTitles();
+    const int frequencies[] = {330, 440, 523, 392};
+    QStringList files;
+    for (int i = 0; i < titles.size(); ++i) {
+        const QString path = QDir(folder).filePath(QStringLiteral("%1 %2.mp3").arg(i + 1, 2, 10, QChar(u'0')).arg(titles[i]));
+        // A tone with a gentle tremolo, so each chapter sounds like itself.
+        const QStringList args{QStringLiteral("-f"),
+                               QStringLiteral("lavfi"),
+                               QStringLiteral("-i"),
+                               QStringLiteral("sine=frequency=%1:sample_rate=44100:duration=%2")
+                                   .arg(frequencies[i % 4])
+                                   .arg(secondsPerChapter, 0, 'f', 3),
+                               QStringLiteral("-af"),
+                               QStringLiteral("tremolo=f=3:d=0.4"),
+                               QStringLiteral("-ac"),
+                               QStringLiteral("1"),
+                               QStringLiteral("-metadata"),
+                               QStringLiteral("title=") + titles[i],
+                               QStringLiteral("-metadata"),
+                               QStringLiteral("album=") + QString::fromLatin1(bookTitle),
+                               QStringLiteral("-metadata"),
+                               QStringLiteral("artist=") + QString::fromLatin1(bookAuthor),
+                               QStringLiteral("-metadata"),
+                               QStringLiteral("track=%1/%2").arg(i + 1).arg(titles.size()),
+                               QStringLiteral("-c:a"),
+                               QStringLiteral("libmp3lame"),
+                               QStringLiteral("-b:a"),
+                               QStringLiteral("64k"),
+                               QStringLiteral("-y"),
+                               path};
+        const FFmpegResult r = ffmpeg.run(args, secondsPerChapter, CancellationToken::never());
+        if (!r.success)
+            throw GenericError(QStringLiteral("Could not make the sample audio ") + QFileInfo(path).fileName()
+                               + QStringLiteral(": ") + r.error.value_or(QString()));
+        files << path;
+    }
+
+    // A cover: a warm gradient with a pale disc.
+    QImage image(600, 600, QImage::Format_RGB32);
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const double dx = x - 300.0;
+            const double dy = y - 260.0;
+            const bool disc = std::sqrt(dx * dx + dy * dy) < 150.0;
+            const int r = disc ? 250 : 40 + y * 150 / 600;
+            const int g = disc ? 232 : 70 + x * 60 / 600;
+            const int b = disc ? 190 : 110;
+            image.setPixel(x, y, qRgb(r, g, b));
+        }
+    }
+    const QString cover = QDir(folder).filePath(QStringLiteral("cover.png"));
+    if (!image.save(cover, "PNG"))
+        throw GenericError(QStringLiteral("Could not write the sample cover ") + cover);
+    return files;
+}
+
+QString DemoCommand::freeOutputPath(const QString& folder)
+{
+    const QString base = QString::fromLatin1(bookTitle);
+    QString path = QDir(folder).absoluteFilePath(base + QStringLiteral(".m4b"));
+    for (int n = 2; QFileInfo::exists(path); ++n)
+        path = QDir(folder).absoluteFilePath(QStringLiteral("%1 %2.m4b").arg(base).arg(n));
+    return path;
+}
+
+int DemoCommand::run(const QStringList& args)
+{
+    QStringList passThrough;
+    std::optional<QString> output;
+    bool json = false;
+    bool quiet = false;
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        if (args[i] == u"--json") {
+            json = true;
+            passThrough << args[i];
+        } else if (args[i] == u"--quiet") {
+            quiet = true;
+            passThrough << args[i];
+        } else if ((args[i] == u"-o" || args[i] == u"--output") && i + 1 < args.size()) {
+            output = args[++i];
+        } else {
+            Console::err(QStringLiteral("folivox demo: unknown option '%1'\n").arg(args[i]) + usage());
+            return ExitUsage;
+        }
+    }
+
+    QTemporaryDir work(QDir::tempPath() + QStringLiteral("/folivox-demo-XXXXXX"));
+    if (!work.isValid()) {
+        Console::err(QStringLiteral("folivox demo: cannot make a temporary folder\n"));
+        return ExitFailure;
+    }
+    if (!quiet && !json)
+        Console::err(QStringLiteral("Generating a sample book: %1 chapters of tones and a cover…\n").arg(chapterTitles().size()));
+    QStringList files;
+    try {
+        files = makeSampleBook(work.path());
+    } catch (const Error& e) {
+        Console::err(QStringLiteral("folivox demo: ") + e.description() + u'\n');
+        return ExitFailure;
+    }
+    const QString target = output ? QFileInfo(*output).absoluteFilePath() : freeOutputPath(QDir::currentPath());
+    QStringList buildArgs{work.path(),
+                          QStringLiteral("--title"),
+                          QString::fromLatin1(bookTitle),
+                          QStringLiteral("--author"),
+                          QString::fromLatin1(bookAuthor),
+                          QStringLiteral("--narrator"),
+                          QStringLiteral("A Sine Wave"),
+                          QStringLiteral("--genre"),
+                          QStringLiteral("Audiobook"),
+                          QStringLiteral("--year"),
+                          QStringLiteral("2025"),
+                          QStringLiteral("--cover"),
+                          QDir(work.path()).filePath(QStringLiteral("cover.png")),
+                          QStringLiteral("--cover-size"),
+                          QStringLiteral("600"),
+                          QStringLiteral("--bitrate"),
+                          QStringLiteral("64"),
+                          QStringLiteral("--no-sidecar"),
+                          QStringLiteral("-o"),
+                          target};
+    buildArgs << passThrough;
+    const int status = BuildCommand().run(buildArgs);
+    if (status == ExitSuccess && !json && !quiet) {
+        QString text = QStringLiteral("The sample book was made from:\n");
+        for (const QString& f : files)
+            text += QStringLiteral("  ") + QFileInfo(f).fileName() + u'\n';
+        text += QStringLiteral("Listen to it: ") + target + u'\n';
+        Console::out(text);
+    }
+    return status;
+}
+
+} // namespace folivox::cli

@@ -1,0 +1,228 @@
+#include "export/TranscodeStrategy.h"
+
+#include "export/ConcurrencyPlan.h"
+#include "export/ExportDecisionService.h"
+#include "platform/L10n.h"
+#include "platform/Log.h"
+#include "platform/WorkDirectory.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <limits>
+
+namespace folivox {
+
+namespace {
+
+QString fixed(double value, int decimals)
+{
+    return QString::number(value, 'f', decimals);
+}
+
+QString boolText(bool value)
+{
+    return value ? QStringLiteral("true") : QStringLiteral("false");
+}
+
+} // namespace
+
+TranscodeStrategy::TranscodeStrategy(std::shared_ptr<MetadataWritingService> metadataService,
+                                     std::shared_ptr<const FFmpegAudioEncoder> encoder)
+    : TranscodeStrategy(std::move(metadataService), std::move(encoder), Options{})
+{
+}
+
+TranscodeStrategy::TranscodeStrategy(std::shared_ptr<MetadataWritingService> metadataService,
+                                     std::shared_ptr<const FFmpegAudioEncoder> encoder, Options options)
+    : BaseExportStrategy(std::move(metadataService))
+    , encoder_(std::move(encoder))
+    , options_(options)
+{
+}
+
+bool TranscodeStrategy::maySegmentCopy(const SegmentPiece& piece, const FFmpegAudioEncoder::OutputSpec& spec,
+                                       const ExportSettings& settings)
+{
+    if (settings.passthroughPolicy == PassthroughPolicy::disabled || !piece.fullTrack || spec.format == OutputFormat::mp3)
+        return false;
+    const QString ext = QFileInfo(piece.path).suffix().toLower();
+    if (ext != u"m4a" && ext != u"m4b" && ext != u"mp4")
+        return false;
+    const SourceFacts& f = piece.facts;
+    if (!f.codec || !ExportDecisionService::matchesCodecFamily(*f.codec, spec.codec))
+        return false;
+    if (!f.sampleRate || (spec.sampleRate && *spec.sampleRate != *f.sampleRate))
+        return false;
+    if (!f.channels || (spec.channels && *spec.channels != *f.channels))
+        return false;
+    return !ExportDecisionService::bitrateReduction(f.bitrate, settings).has_value();
+}
+
+TranscodeStrategy::EncodedBook TranscodeStrategy::encodeBook(const ExportContext& context,
+                                                             const std::vector<ChapterInput>& chapters,
+                                                             const std::vector<int>& planChapters,
+                                                             const QString& workDir, const QString& output,
+                                                             const PhaseProgress& progress)
+{
+    QElapsedTimer clock;
+    clock.start();
+    Log::write(QStringLiteral("[Transcode] Preparing inputs..."));
+    const QHash<QString, SourceFacts> facts = SegmentPlanner::factsFromTracks(context.allTracks);
+    const FFmpegAudioEncoder::OutputSpec spec = resolveOutputSpec(context, facts);
+
+    SegmentPlanner::Options planOptions;
+    planOptions.probe = context.formatProbe;
+    // However many segments there will be, this many can run at once.
+    planOptions.parallelJobs = ConcurrencyPlan::forMachine(std::numeric_limits<int>::max(), context.parallelJobs).jobs;
+    if (options_.allowSegmentCopy) {
+        const ExportSettings settings = context.settings;
+        planOptions.mayCopy = [spec, settings](const SegmentPiece& piece) { return maySegmentCopy(piece, spec, settings); };
+    }
+    const SegmentPlan plan = SegmentPlanner::plan(chapters, facts, planOptions);
+    QSet<QString> inputs;
+    for (const PlannedSegment& s : plan.segments) {
+        for (const SegmentPiece& p : s.pieces)
+            inputs.insert(p.path);
+    }
+    Log::write(QStringLiteral("[Transcode] Prepared: %1 input URLs, selectionSeconds=%2")
+                   .arg(inputs.size())
+                   .arg(fixed(plan.totalDuration, 1)));
+
+    const ConcurrencyPlan concurrency =
+        ConcurrencyPlan::forMachine(std::max<int>(1, static_cast<int>(plan.segments.size())), context.parallelJobs);
+    const bool heAAC = spec.codec == AudioCodec::heAAC;
+    Log::write(QStringLiteral("[Transcode] Codec=%1 isHEAAC=%2 referenceDuration=%3")
+                   .arg(enumName(spec.codec), boolText(heAAC), fixed(plan.totalDuration, 2)));
+    Log::write(QStringLiteral("[Transcode] Effective: bitrate=%1kbps channels=%2 sampleRate=%3 concurrency=%4")
+                   .arg(spec.bitrateKbps)
+                   .arg(spec.channels ? QString::number(*spec.channels) : QStringLiteral("source"))
+                   .arg(spec.sampleRate ? QString::number(*spec.sampleRate) : QStringLiteral("source"))
+                   .arg(concurrency.jobs));
+    Log::write((heAAC ? QStringLiteral("[Transcode] Using HE-AAC segment encoding + mux; concurrency=")
+                      : QStringLiteral("[Transcode] Using AAC-LC segment encoding; concurrency="))
+               + QString::number(concurrency.jobs));
+
+    // Encoding.
+    context.throwIfCancelled();
+    progress(ExportPhase::encoding, 0);
+    Log::write(QStringLiteral("[Transcode] ===== ENCODING PHASE START ====="));
+    QElapsedTimer phase;
+    phase.start();
+    const std::vector<QString> segments = encoder_->encodeSegments(
+        plan, spec, workDir, concurrency, context.cancelToken,
+        [&progress](double f) { progress(ExportPhase::encoding, f); });
+    const double encodeSeconds = double(phase.elapsed()) / 1000.0;
+    Log::write(QStringLiteral("[Transcode] Encoded %1 segments in %2").arg(segments.size()).arg(fixed(encodeSeconds, 2)));
+    noteTiming(QStringLiteral("encode"), encodeSeconds);
+
+    // Joining: a chapter of several segments is merged first, then the
+    // chapters are joined into the book.
+    context.throwIfCancelled();
+    progress(ExportPhase::merging, 0);
+    Log::write(heAAC ? QStringLiteral("[Transcode] ===== HE-AAC MUX PHASE START =====")
+                     : QStringLiteral("[Transcode] ===== MUX PHASE START ====="));
+    phase.restart();
+    QStringList units;
+    for (int c = 0; c < plan.chapterCount(); ++c) {
+        const std::vector<int>& parts = plan.chapterSegments[static_cast<std::size_t>(c)];
+        if (parts.size() == 1) {
+            units << segments[static_cast<std::size_t>(parts.front())];
+            continue;
+        }
+        QStringList files;
+        for (int s : parts)
+            files << segments[static_cast<std::size_t>(s)];
+        units << encoder_->mergeChapter(c + 1, files, workDir, context.token());
+    }
+    const std::vector<double> offsets = encoder_->join(units, output, workDir, OutputFormat::m4b, context.token(),
+                                                       [&progress](double f) { progress(ExportPhase::merging, f); });
+    const double muxSeconds = double(phase.elapsed()) / 1000.0;
+    Log::write((heAAC ? QStringLiteral("[Transcode] HE-AAC mux completed in ") : QStringLiteral("[Transcode] Mux completed in "))
+               + fixed(muxSeconds, 2) + u's');
+    noteTiming(QStringLiteral("mux"), muxSeconds);
+
+    EncodedBook book;
+    book.file = output;
+    book.segmentCount = static_cast<int>(segments.size());
+    const SegmentTiming outputTiming = FFmpegAudioEncoder::measure(output);
+    book.duration = outputTiming.presentedDuration;
+    Log::write(QStringLiteral("[Transcode] POST-MUX: AVAsset duration=") + fixed(book.duration, 3));
+    Log::write(QStringLiteral("[Transcode] Output file size: %1 wall=%2ms")
+                   .arg(QFileInfo(output).size())
+                   .arg(clock.elapsed()));
+
+    QStringList spans;
+    for (std::size_t c = 0; c < offsets.size(); ++c) {
+        ExportedChapter chapter;
+        chapter.title = chapters[c].title;
+        chapter.start = offsets[c];
+        const double end = c + 1 < offsets.size() ? offsets[c + 1] : book.duration;
+        chapter.duration = std::max(0.0, end - chapter.start);
+        chapter.planChapter = c < planChapters.size() ? planChapters[c] : static_cast<int>(c);
+        spans << fixed(chapter.duration, 3);
+        book.chapters.push_back(chapter);
+    }
+    Log::write(QStringLiteral("[ExportPerf] segmentDurations n=%1 [%2]").arg(spans.size()).arg(spans.join(u',')));
+    return book;
+}
+
+void TranscodeStrategy::run(ExportContext& context)
+{
+    QElapsedTimer wall;
+    wall.start();
+    Log::write(QStringLiteral("[Transcode] ========== STRATEGY STARTED =========="));
+    beginProgress(context, {{ExportPhase::preparing, 0.01},
+                            {ExportPhase::cover, 0.01},
+                            {ExportPhase::encoding, 0.86},
+                            {ExportPhase::merging, 0.06},
+                            {ExportPhase::metadata, 0.04},
+                            {ExportPhase::fastStart, 0.02}});
+    report(ExportPhase::preparing, 0);
+    if (context.plan.chapters.empty())
+        throw ExportError::noSourceFiles();
+
+    WorkDirectory work = makeWorkDirectory();
+    const QString output = work.filePath(fileName(context.outputURL));
+    std::vector<int> planChapters(context.plan.chapters.size());
+    for (std::size_t i = 0; i < planChapters.size(); ++i)
+        planChapters[i] = static_cast<int>(i);
+    const QByteArray cover = renderCover(context);
+    const EncodedBook book = encodeBook(context, context.plan.chapters, planChapters, work.path(), output,
+                                        [this](ExportPhase p, double f) { report(p, f); });
+
+    context.throwIfCancelled();
+    report(ExportPhase::finalizingChapters, 0);
+    Log::write(QStringLiteral("[Transcode] ===== METADATA PHASE START ====="));
+    QElapsedTimer phase;
+    phase.start();
+    const QList<ChapterInfo> infos = chapterInfos(context, book.chapters);
+    Log::write(QStringLiteral("[Transcode] Chapter infos: %1").arg(infos.size()));
+    for (qsizetype i = 0; i < infos.size(); ++i)
+        Log::write(QStringLiteral("[Transcode]   chapter[%1] start=%2 title=%3")
+                       .arg(i)
+                       .arg(fixed(infos[i].startTime, 3))
+                       .arg(infos[i].title));
+    finishFile(context, output, context.metadata, infos, cover);
+    const double metadataSeconds = double(phase.elapsed()) / 1000.0;
+    Log::write(QStringLiteral("[Transcode] Metadata+chapters+FastStart written in ") + fixed(metadataSeconds, 2) + u's');
+    noteTiming(QStringLiteral("metadata"), metadataSeconds);
+
+    context.throwIfCancelled();
+    report(ExportPhase::finalizing, 0);
+    placeOutput(context, output, context.outputURL);
+
+    ExportOutcome outcome;
+    outcome.outputPath = context.outputURL;
+    outcome.outputFiles = {context.outputURL};
+    outcome.chapters = book.chapters;
+    outcome.strategy = kind();
+    outcome.timings = timings();
+    Log::write(QStringLiteral("[Transcode] ========== STRATEGY COMPLETED ========== (%1 ms)").arg(wall.elapsed()));
+    progressCoalescer_.reportOverall(ExportPhase::complete, 1.0);
+    context.completion(outcome);
+}
+
+} // namespace folivox

@@ -1,0 +1,205 @@
+// `folivox build` and `folivox demo` as a user runs them: the built command
+// as a child process, its exit status, its JSON and what it leaves on disk.
+#include "export/engine/EngineTestSupport.h"
+#include "support/Fixtures.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+using namespace folivox;
+using folivox::test::Fixtures;
+
+namespace {
+
+QString folivoxBinary()
+{
+    const QString dir = qEnvironmentVariable("FOLIVOX_TOOLS_DIR");
+    const QString path = QDir(dir).filePath(QStringLiteral("folivox"));
+    return !dir.isEmpty() && QFileInfo::exists(path) ? path : QString();
+}
+
+struct CommandRun {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+CommandRun runFolivox(const QStringList& args, const QString& workingDirectory)
+{
+    QProcess p;
+    p.setWorkingDirectory(workingDirectory);
+    p.setStandardInputFile(QProcess::nullDevice());
+    p.start(folivoxBinary(), args);
+    CommandRun r;
+    if (!p.waitForStarted(10000))
+        return r;
+    p.waitForFinished(300000);
+    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    r.out = p.readAllStandardOutput();
+    r.err = p.readAllStandardError();
+    return r;
+}
+
+// Processes whose command line mentions this text (the test's own folder).
+QStringList processesMentioning(const QString& text)
+{
+    QStringList found;
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& pid : pids) {
+        bool numeric = false;
+        pid.toInt(&numeric);
+        if (!numeric)
+            continue;
+        QByteArray cmd = Fixtures::readFile(QStringLiteral("/proc/%1/cmdline").arg(pid));
+        cmd.replace('\0', ' ');
+        if (cmd.contains(text.toUtf8()))
+            found << pid + u' ' + QString::fromUtf8(cmd);
+    }
+    return found;
+}
+
+class FolivoxCommand : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (folivoxBinary().isEmpty())
+            GTEST_SKIP() << "the folivox command is not built";
+        ASSERT_TRUE(dir_.isValid());
+    }
+    QString path(const QString& name) const { return dir_.filePath(name); }
+
+    QTemporaryDir dir_;
+};
+
+} // namespace
+
+TEST_F(FolivoxCommand, BuildAppliesAChapterFileAcrossTwoFilesAndReportsJson)
+{
+    test::mp3Tone(path(QStringLiteral("in/a.mp3")), 4.0, 300);
+    test::mp3Tone(path(QStringLiteral("in/b.mp3")), 4.0, 600);
+    ASSERT_TRUE(Fixtures::writeFile(path(QStringLiteral("marks.txt")),
+                                    "00:00:00.000 Prologue\n00:00:03.000 Crossing Over\n00:00:06.000 Epilogue\n"));
+    const CommandRun r = runFolivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("--chapters"),
+                           path(QStringLiteral("marks.txt")), QStringLiteral("--title"), QStringLiteral("It's a Test"),
+                           QStringLiteral("--bitrate"), QStringLiteral("64"), QStringLiteral("--json"),
+                           QStringLiteral("-j"), QStringLiteral("2")},
+                          dir_.path());
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    QJsonParseError parseError;
+    const QJsonObject doc = QJsonDocument::fromJson(r.out, &parseError).object();
+    ASSERT_EQ(parseError.error, QJsonParseError::NoError) << r.out.toStdString();
+    const QString output = path(QStringLiteral("It's a Test.m4b"));
+    EXPECT_EQ(doc.value(QStringLiteral("outputPath")).toString(), output);
+    EXPECT_EQ(doc.value(QStringLiteral("strategy")).toString(), QStringLiteral("transcode"));
+    EXPECT_TRUE(doc.value(QStringLiteral("reasons")).toArray().contains(QStringLiteral("non-AAC source")));
+    EXPECT_EQ(doc.value(QStringLiteral("chapterSource")).toString(), QStringLiteral("marks.txt"));
+    EXPECT_TRUE(doc.value(QStringLiteral("timings")).toObject().contains(QStringLiteral("total")));
+    const QJsonArray chapters = doc.value(QStringLiteral("chapters")).toArray();
+    ASSERT_EQ(chapters.size(), 3);
+    EXPECT_EQ(chapters[1].toObject().value(QStringLiteral("title")).toString(), QStringLiteral("Crossing Over"));
+    // The middle chapter crosses from a.mp3 into b.mp3: 3 s of audio.
+    EXPECT_NEAR(chapters[1].toObject().value(QStringLiteral("duration")).toDouble(), 3.0, 0.1);
+    EXPECT_NEAR(chapters[2].toObject().value(QStringLiteral("start")).toDouble(), 6.0, 0.15);
+    EXPECT_NEAR(Fixtures::decodedDuration(output), 8.0, 0.05 * 3);
+    // Nothing but JSON on stdout.
+    EXPECT_TRUE(r.out.trimmed().startsWith('{') && r.out.trimmed().endsWith('}'));
+}
+
+TEST_F(FolivoxCommand, CtrlCStopsTheBuildWithStatus130AndLeavesNothingBehind)
+{
+    for (int i = 0; i < 3; ++i)
+        test::mp3Tone(path(QStringLiteral("long/%1.mp3").arg(i)), 60.0, 250 + 50 * i);
+    const QString output = path(QStringLiteral("Mine.m4b"));
+    ASSERT_TRUE(Fixtures::writeFile(output, "a book the user already had"));
+
+    QProcess p;
+    p.setWorkingDirectory(dir_.path());
+    p.setStandardInputFile(QProcess::nullDevice());
+    p.start(folivoxBinary(), {QStringLiteral("build"), path(QStringLiteral("long")), QStringLiteral("-o"), output,
+                              QStringLiteral("-j"), QStringLiteral("1"), QStringLiteral("--bitrate"), QStringLiteral("64")});
+    ASSERT_TRUE(p.waitForStarted(10000));
+    QByteArray err;
+    QElapsedTimer clock;
+    clock.start();
+    while (!err.contains("Encoding audio") && clock.elapsed() < 60000 && p.state() == QProcess::Running) {
+        p.waitForReadyRead(100);
+        err += p.readAllStandardError();
+    }
+    ASSERT_TRUE(err.contains("Encoding audio")) << err.toStdString();
+    ::kill(static_cast<pid_t>(p.processId()), SIGINT);
+    ASSERT_TRUE(p.waitForFinished(30000));
+    err += p.readAllStandardError();
+
+    EXPECT_EQ(p.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(p.exitCode(), 130) << err.toStdString();
+    EXPECT_TRUE(err.contains("cancelled"));
+    EXPECT_EQ(Fixtures::readFile(output), QByteArray("a book the user already had"));
+    EXPECT_TRUE(processesMentioning(dir_.path()).isEmpty()) << processesMentioning(dir_.path()).join(u'\n').toStdString();
+    // The build's own work folder is gone (its log names it).
+    const QStringList logs = QDir(qEnvironmentVariable("FOLIVOX_HOME") + QStringLiteral("/logs"))
+                                 .entryList({QStringLiteral("export-*.log")}, QDir::Files, QDir::Time);
+    ASSERT_FALSE(logs.isEmpty());
+    const QString log = QString::fromUtf8(
+        Fixtures::readFile(qEnvironmentVariable("FOLIVOX_HOME") + QStringLiteral("/logs/") + logs.first()));
+    EXPECT_TRUE(log.contains(QStringLiteral("Work folder: ")));
+    EXPECT_TRUE(test::leftoverWorkFolders(log.split(u'\n')).isEmpty());
+    EXPECT_EQ(QDir(dir_.path()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("Mine.m4b")});
+}
+
+TEST_F(FolivoxCommand, BadOptionsAndMissingInputsHaveTheirStatuses)
+{
+    test::mp3Tone(path(QStringLiteral("a.mp3")), 1.0);
+    const CommandRun badFormat = runFolivox({QStringLiteral("build"), path(QStringLiteral("a.mp3")), QStringLiteral("--format"),
+                                   QStringLiteral("ogg")},
+                                  dir_.path());
+    EXPECT_EQ(badFormat.exitCode, 2);
+    EXPECT_TRUE(badFormat.err.contains("invalid value for --format: 'ogg'")) << badFormat.err.toStdString();
+
+    const CommandRun zeroSplit = runFolivox({QStringLiteral("build"), path(QStringLiteral("a.mp3")), QStringLiteral("--split-hours"),
+                                   QStringLiteral("0")},
+                                  dir_.path());
+    EXPECT_EQ(zeroSplit.exitCode, 2);
+    EXPECT_TRUE(zeroSplit.err.contains("splitHours must be > 0 for split export"));
+
+    const CommandRun missing = runFolivox({QStringLiteral("build"), path(QStringLiteral("nowhere.mp3"))}, dir_.path());
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_TRUE(missing.err.contains("nowhere.mp3"));
+
+    const QString locked = path(QStringLiteral("Locked"));
+    if (test::makeFolderRefuseNewEntries(locked)) {
+        const CommandRun refused = runFolivox({QStringLiteral("build"), path(QStringLiteral("a.mp3")), QStringLiteral("-o"),
+                                     QDir(locked).filePath(QStringLiteral("b.m4b")), QStringLiteral("--quiet")},
+                                    dir_.path());
+        test::allowNewEntries(locked);
+        EXPECT_EQ(refused.exitCode, 1);
+        EXPECT_TRUE(QString::fromUtf8(refused.err).contains(QStringLiteral("Folivox can't save into “Locked”")))
+            << refused.err.toStdString();
+    }
+}
+
+TEST_F(FolivoxCommand, DemoBuildsTheSampleBookIntoTheCurrentFolder)
+{
+    const CommandRun r = runFolivox({QStringLiteral("demo"), QStringLiteral("--json")}, dir_.path());
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    const QJsonObject doc = QJsonDocument::fromJson(r.out).object();
+    const QString book = path(QStringLiteral("Folivox Sample Book.m4b"));
+    EXPECT_EQ(doc.value(QStringLiteral("outputPath")).toString(), book);
+    EXPECT_EQ(doc.value(QStringLiteral("chapters")).toArray().size(), 4);
+    EXPECT_EQ(doc.value(QStringLiteral("chapters")).toArray()[1].toObject().value(QStringLiteral("title")).toString(),
+              QStringLiteral("The Long Road"));
+    EXPECT_GT(Fixtures::decodedDuration(book), 23.0);
+    // A second run never writes over the first book.
+    const CommandRun again = runFolivox({QStringLiteral("demo"), QStringLiteral("--quiet")}, dir_.path());
+    ASSERT_EQ(again.exitCode, 0) << again.err.toStdString();
+    EXPECT_TRUE(QFile::exists(path(QStringLiteral("Folivox Sample Book 2.m4b"))));
+}
