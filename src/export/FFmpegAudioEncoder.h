@@ -69,7 +69,7 @@ public:
     const EncoderCatalog& catalog() const { return catalog_; }
 
     // The encoder block of a job: "-c:a copy" for a copied segment; for an
-    // encode, "-ac"/"-ar" as the spec asks, then the catalog's encoder for
+    // encode, "-ac"/"-ar" as the settings require, then the catalog's encoder for
     // the codec (its profile option included) and "-b:a <rate>k". Throws
     // EncoderCatalogError when the encoder is missing.
     QStringList encoderBlock(const OutputSpec& spec, bool copy) const;
