@@ -3,6 +3,7 @@
 #include "tools/IlstEditor.h"
 #include "tools/MoovEditor.h"
 #include "tools/ToolError.h"
+#include "tools/ToolReport.h"
 #include "tools/ToolOptions.h"
 
 #include <QFile>
@@ -68,72 +69,50 @@ int ArtCommand::run(const QStringList& arguments, QTextStream& out, QTextStream&
             printUsage(out);
             return 0;
         }
-        for (const QString& a : {QStringLiteral("add"), QStringLiteral("replace"), QStringLiteral("remove"), QStringLiteral("list")}) {
-            if (!parsed.has(a))
-                continue;
-            if (!action.isEmpty())
-                throw ToolError(ToolError::Kind::usage, QStringLiteral("give only one of --add, --replace, --remove, --list"));
-            action = a;
-        }
-        if (action.isEmpty())
-            throw ToolError(ToolError::Kind::usage, QStringLiteral("no action given (see --help)"));
+        action = parsed.singleAction({QStringLiteral("add"), QStringLiteral("replace"), QStringLiteral("remove"),
+                                      QStringLiteral("list")});
         if (const auto v = parsed.value(QStringLiteral("art-index")))
             index = ToolOptions::integer(QStringLiteral("-art-index"), *v, 0, 1000000);
-        files = parsed.files;
-        if (files.isEmpty())
-            throw ToolError(ToolError::Kind::usage, QStringLiteral("no file given (see --help)"));
+        files = parsed.requireFiles();
         // The image is read and checked before any file is touched.
         if (action == QStringLiteral("add") || action == QStringLiteral("replace"))
             image = loadImage(*parsed.value(action));
     } catch (const ToolError& e) {
-        err << "mp4art: " << e.description() << '\n';
-        err.flush();
-        return e.exitStatus();
+        return ToolReport::usageFailure("mp4art", e, err);
     }
 
-    int status = 0;
-    for (const QString& file : files) {
-        try {
-            MoovEditor editor(file);
-            IlstEditor ilst(editor.moov());
-            if (action == QStringLiteral("list")) {
-                const auto covers = ilst.covers();
-                for (qsizetype i = 0; i < covers.size(); ++i)
-                    out << i << ' ' << typeName(covers.at(i).dataType) << ' ' << covers.at(i).bytes.size() << '\n';
-                out.flush();
-                continue;
-            }
-            if (action == QStringLiteral("add")) {
-                ilst.addCover(*image);
-            } else if (action == QStringLiteral("replace")) {
-                if (index) {
-                    auto covers = ilst.covers();
-                    if (*index >= covers.size())
-                        throw ToolError(ToolError::Kind::unsupported,
-                                        QStringLiteral("%1: no image at index %2").arg(QFileInfo(file).fileName()).arg(*index));
-                    covers[*index] = *image;
-                    ilst.removeCovers();
-                    for (const auto& c : covers)
-                        ilst.addCover(c);
-                } else {
-                    ilst.removeCovers();
-                    ilst.addCover(*image);
-                }
-            } else if (ilst.removeCovers(index) == 0) {
-                // Nothing to remove: the file is already as asked.
-                continue;
-            }
-            editor.commit();
-        } catch (const ToolError& e) {
-            err << "mp4art: " << e.description() << '\n';
-            status = e.exitStatus();
-        } catch (const Error& e) {
-            err << "mp4art: " << QFileInfo(file).fileName() << ": " << e.description() << '\n';
-            status = 1;
+    return ToolReport::forEachFile("mp4art", files, err, [&](const QString& file) {
+        MoovEditor editor(file);
+        IlstEditor ilst(editor.moov());
+        if (action == QStringLiteral("list")) {
+            const auto covers = ilst.covers();
+            for (qsizetype i = 0; i < covers.size(); ++i)
+                out << i << ' ' << typeName(covers.at(i).dataType) << ' ' << covers.at(i).bytes.size() << '\n';
+            out.flush();
+            return;
         }
-    }
-    err.flush();
-    return status;
+        if (action == QStringLiteral("add")) {
+            ilst.addCover(*image);
+        } else if (action == QStringLiteral("replace")) {
+            if (index) {
+                auto covers = ilst.covers();
+                if (*index >= covers.size())
+                    throw ToolError(ToolError::Kind::unsupported,
+                                    QStringLiteral("%1: no image at index %2").arg(QFileInfo(file).fileName()).arg(*index));
+                covers[*index] = *image;
+                ilst.removeCovers();
+                for (const auto& c : covers)
+                    ilst.addCover(c);
+            } else {
+                ilst.removeCovers();
+                ilst.addCover(*image);
+            }
+        } else if (ilst.removeCovers(index) == 0) {
+            // Nothing to remove: the file is already as asked.
+            return;
+        }
+        editor.commit();
+    });
 }
 
 } // namespace folivox

@@ -6,6 +6,7 @@
 #include "tools/MoovEditor.h"
 #include "tools/NeroChapterWriter.h"
 #include "tools/ToolError.h"
+#include "tools/ToolReport.h"
 #include "tools/ToolOptions.h"
 
 #include <QFileInfo>
@@ -107,75 +108,53 @@ int ChapsCommand::run(const QStringList& arguments, QTextStream& out, QTextStrea
             printUsage(out);
             return 0;
         }
-        for (const QString& a : {QStringLiteral("import"), QStringLiteral("remove"), QStringLiteral("list"), QStringLiteral("export")}) {
-            if (!parsed.has(a))
-                continue;
-            if (!action.isEmpty())
-                throw ToolError(ToolError::Kind::usage, QStringLiteral("give only one of --import, --remove, --list, --export"));
-            action = a;
-        }
-        if (action.isEmpty())
-            throw ToolError(ToolError::Kind::usage, QStringLiteral("no action given (see --help)"));
+        action = parsed.singleAction({QStringLiteral("import"), QStringLiteral("remove"), QStringLiteral("list"),
+                                      QStringLiteral("export")});
         const bool wantQt = parsed.has(QStringLiteral("chapter-qt"));
         const bool wantNero = parsed.has(QStringLiteral("chapter-nero"));
         if ((wantQt || wantNero) && !parsed.has(QStringLiteral("chapter-any"))) {
             qt = wantQt;
             nero = wantNero;
         }
-        files = parsed.files;
-        if (files.isEmpty())
-            throw ToolError(ToolError::Kind::usage, QStringLiteral("no file given (see --help)"));
+        files = parsed.requireFiles();
     } catch (const ToolError& e) {
-        err << "mp4chaps: " << e.description() << '\n';
-        err.flush();
-        return e.exitStatus();
+        return ToolReport::usageFailure("mp4chaps", e, err);
     }
 
-    int status = 0;
-    for (const QString& file : files) {
-        try {
-            if (action == QStringLiteral("import")) {
-                importChapters(file, qt, nero);
-            } else if (action == QStringLiteral("remove")) {
-                MoovEditor editor(file);
-                if (qt)
-                    ChapterTrackWriter::remove(editor);
-                if (nero)
-                    NeroChapterWriter::remove(editor.moov());
-                editor.commit();
-            } else if (action == QStringLiteral("list")) {
-                MoovEditor editor(file);
-                if (qt)
-                    listKind(out, "QuickTime", ChapterTrackWriter::read(editor.moov(), file));
-                if (nero)
-                    listKind(out, "Nero", NeroChapterWriter::read(editor.moov()));
-                out.flush();
-            } else {
-                MoovEditor editor(file);
-                QList<ChapterEntry> chapters;
-                if (qt)
-                    chapters = ChapterTrackWriter::read(editor.moov(), file);
-                if (chapters.isEmpty() && nero)
-                    chapters = NeroChapterWriter::read(editor.moov());
-                if (chapters.isEmpty())
-                    throw ToolError(ToolError::Kind::unsupported, name(file) + QStringLiteral(": no chapters to export"));
-                const QString target = ChapterListFile::pathFor(file);
-                if (QFileInfo::exists(target))
-                    throw ToolError(ToolError::Kind::unsupported, name(target) + QStringLiteral(" already exists; not overwritten"));
-                QSaveFile save(target);
-                if (!save.open(QIODevice::WriteOnly) || save.write(ChapterListFile::format(chapters)) < 0 || !save.commit())
-                    throw ToolError(ToolError::Kind::writeFailed, name(target) + QStringLiteral(": ") + save.errorString());
-            }
-        } catch (const ToolError& e) {
-            err << "mp4chaps: " << e.description() << '\n';
-            status = e.exitStatus();
-        } catch (const Error& e) {
-            err << "mp4chaps: " << name(file) << ": " << e.description() << '\n';
-            status = 1;
+    return ToolReport::forEachFile("mp4chaps", files, err, [&](const QString& file) {
+        if (action == QStringLiteral("import")) {
+            importChapters(file, qt, nero);
+        } else if (action == QStringLiteral("remove")) {
+            MoovEditor editor(file);
+            if (qt)
+                ChapterTrackWriter::remove(editor);
+            if (nero)
+                NeroChapterWriter::remove(editor.moov());
+            editor.commit();
+        } else if (action == QStringLiteral("list")) {
+            MoovEditor editor(file);
+            if (qt)
+                listKind(out, "QuickTime", ChapterTrackWriter::read(editor.moov(), file));
+            if (nero)
+                listKind(out, "Nero", NeroChapterWriter::read(editor.moov()));
+            out.flush();
+        } else {
+            MoovEditor editor(file);
+            QList<ChapterEntry> chapters;
+            if (qt)
+                chapters = ChapterTrackWriter::read(editor.moov(), file);
+            if (chapters.isEmpty() && nero)
+                chapters = NeroChapterWriter::read(editor.moov());
+            if (chapters.isEmpty())
+                throw ToolError(ToolError::Kind::unsupported, name(file) + QStringLiteral(": no chapters to export"));
+            const QString target = ChapterListFile::pathFor(file);
+            if (QFileInfo::exists(target))
+                throw ToolError(ToolError::Kind::unsupported, name(target) + QStringLiteral(" already exists; not overwritten"));
+            QSaveFile save(target);
+            if (!save.open(QIODevice::WriteOnly) || save.write(ChapterListFile::format(chapters)) < 0 || !save.commit())
+                throw ToolError(ToolError::Kind::writeFailed, name(target) + QStringLiteral(": ") + save.errorString());
         }
-    }
-    err.flush();
-    return status;
+    });
 }
 
 } // namespace folivox

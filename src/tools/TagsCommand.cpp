@@ -4,6 +4,7 @@
 #include "tools/IlstEditor.h"
 #include "tools/MoovEditor.h"
 #include "tools/ToolError.h"
+#include "tools/ToolReport.h"
 #include "tools/ToolOptions.h"
 
 #include <QFileInfo>
@@ -188,34 +189,19 @@ int TagsCommand::run(const QStringList& arguments, QTextStream& out, QTextStream
             }
             edits.append(e);
         }
-        files = parsed.files;
-        if (files.isEmpty())
-            throw ToolError(ToolError::Kind::usage, QStringLiteral("no file given (see -help)"));
+        files = parsed.requireFiles(QStringLiteral("-help"));
         if (edits.isEmpty())
             throw ToolError(ToolError::Kind::usage, QStringLiteral("no tag given (see -help)"));
     } catch (const ToolError& e) {
-        err << "mp4tags: " << e.description() << '\n';
-        err.flush();
-        return e.exitStatus();
+        return ToolReport::usageFailure("mp4tags", e, err);
     }
 
-    int status = 0;
-    for (const QString& file : files) {
-        try {
-            MoovEditor editor(file);
-            IlstEditor ilst(editor.moov());
-            apply(edits, ilst);
-            editor.commit();
-        } catch (const ToolError& e) {
-            err << "mp4tags: " << e.description() << '\n';
-            status = e.exitStatus();
-        } catch (const Error& e) {
-            err << "mp4tags: " << QFileInfo(file).fileName() << ": " << e.description() << '\n';
-            status = 1;
-        }
-    }
-    err.flush();
-    return status;
+    return ToolReport::forEachFile("mp4tags", files, err, [&](const QString& file) {
+        MoovEditor editor(file);
+        IlstEditor ilst(editor.moov());
+        apply(edits, ilst);
+        editor.commit();
+    });
 }
 
 } // namespace folivox

@@ -81,4 +81,30 @@ int ToolOptions::integer(const QString& option, const QString& value, int minimu
     return n;
 }
 
+QString ToolOptions::Parsed::singleAction(const QStringList& actions) const
+{
+    QString action;
+    for (const QString& a : actions) {
+        if (!has(a))
+            continue;
+        if (!action.isEmpty()) {
+            QStringList names;
+            for (const QString& n : actions)
+                names << QStringLiteral("--") + n;
+            throw ToolError(ToolError::Kind::usage, QStringLiteral("give only one of ") + names.join(QStringLiteral(", ")));
+        }
+        action = a;
+    }
+    if (action.isEmpty())
+        throw ToolError(ToolError::Kind::usage, QStringLiteral("no action given (see --help)"));
+    return action;
+}
+
+QStringList ToolOptions::Parsed::requireFiles(const QString& helpOption) const
+{
+    if (files.isEmpty())
+        throw ToolError(ToolError::Kind::usage, QStringLiteral("no file given (see %1)").arg(helpOption));
+    return files;
+}
+
 } // namespace folivox

@@ -30,6 +30,11 @@ public:
 
         bool has(const QString& name) const;
         std::optional<QString> value(const QString& name) const;
+        // The one action among these that was given; throws ToolError(usage)
+        // when none or several were.
+        QString singleAction(const QStringList& actions) const;
+        // The files; throws ToolError(usage) when there are none.
+        QStringList requireFiles(const QString& helpOption = QStringLiteral("--help")) const;
     };
 
     // Throws ToolError(usage) for an unknown option or a missing value.
