@@ -17,6 +17,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -40,6 +41,9 @@ public:
 
     std::uint64_t position() const { return outPos_; }
 
+    // Called with the output position after each piece; may throw.
+    std::function<void(std::uint64_t)> onPiece;
+
     void write(const QByteArray& bytes)
     {
         out_.writeAt(outPos_, bytes);
@@ -57,6 +61,8 @@ public:
             done += got;
             outPos_ += got;
             FaultInjection::reach("relocate.piece");
+            if (onPiece)
+                onPiece(outPos_);
         }
     }
 
@@ -190,20 +196,23 @@ QString FastStartRelocator::StreamError::description() const
                         {QString::number(expected_), QString::number(got_)});
 }
 
-FastStartRelocator::Outcome FastStartRelocator::relocate(const QString& path)
-{
-    QElapsedTimer timer;
-    timer.start();
-    const QString name = QFileInfo(path).fileName();
+namespace {
+// Where moov and mdat are and the moov to write ahead, its chunk offsets
+// shifted by its own size plus padding.
+struct MoveLayout {
+    MP4BoxHeader moov;
+    MP4BoxHeader mdat;
+    QByteArray moovBytes;
+};
 
-    struct stat st{};
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
-        throw MP4FileError(MP4FileError::Kind::statFailed, path, QString::fromLocal8Bit(std::strerror(errno)));
-    const std::uint64_t fileSize = std::uint64_t(st.st_size);
+// Plans the move of moov ahead of mdat, or says why nothing is to be
+// written (an outcome of alreadyAhead or refused, logged).
+std::optional<FastStartRelocator::Outcome> planMove(const MP4File& source, std::uint64_t fileSize, const QString& name,
+                                                    std::uint64_t padding, MoveLayout& layout)
+{
+    using Refusal = FastStartRelocator::Refusal;
     if (fileSize <= 16)
         return refused(Refusal::notAnMP4);
-
-    MP4File source(path, MP4File::Access::read);
     const QList<MP4BoxHeader> boxes = MP4BoxHeader::listTopLevel(source, fileSize);
     std::optional<MP4BoxHeader> moov;
     std::optional<MP4BoxHeader> mdat;
@@ -216,11 +225,11 @@ FastStartRelocator::Outcome FastStartRelocator::relocate(const QString& path)
     if (!moov || !mdat)
         return refused(Refusal::notAnMP4);
     if (moov->offset < mdat->offset) {
-        Outcome o;
-        o.kind = Outcome::Kind::alreadyAhead;
+        FastStartRelocator::Outcome o;
+        o.kind = FastStartRelocator::Outcome::Kind::alreadyAhead;
         return o;
     }
-    if (moov->size > maxMoovSize) {
+    if (moov->size > FastStartRelocator::maxMoovSize) {
         logRefusal(Refusal::moovTooLarge, name, moov->size);
         return refused(Refusal::moovTooLarge, moov->size);
     }
@@ -235,7 +244,7 @@ FastStartRelocator::Outcome FastStartRelocator::relocate(const QString& path)
     if (moov->extendsToEnd)
         MP4Bytes::put32(moovBytes.data(), std::uint32_t(moov->size));
 
-    switch (MP4ChunkOffsets::shift(moovBytes, 0, moovBytes.size(), std::int64_t(moov->size))) {
+    switch (MP4ChunkOffsets::shift(moovBytes, 0, moovBytes.size(), std::int64_t(moov->size + padding))) {
     case MP4ChunkOffsets::ShiftResult::shifted:
         break;
     case MP4ChunkOffsets::ShiftResult::stcoOverflow:
@@ -245,6 +254,77 @@ FastStartRelocator::Outcome FastStartRelocator::relocate(const QString& path)
         logRefusal(Refusal::co64Overflow, name);
         return refused(Refusal::co64Overflow);
     }
+    layout.moov = *moov;
+    layout.mdat = *mdat;
+    layout.moovBytes = std::move(moovBytes);
+    return std::nullopt;
+}
+
+// For a moov already ahead of mdat: the moov with every chunk offset moved by
+// padding, for a copy that puts padding bytes of free space right behind it.
+std::optional<FastStartRelocator::Outcome> planPaddedAhead(const MP4File& source, std::uint64_t fileSize,
+                                                           const QString& name, std::uint64_t padding,
+                                                           MoveLayout& layout)
+{
+    using Refusal = FastStartRelocator::Refusal;
+    std::optional<MP4BoxHeader> moov;
+    for (const MP4BoxHeader& b : MP4BoxHeader::listTopLevel(source, fileSize))
+        if (!moov && b.is(kMoov))
+            moov = b;
+    if (!moov || moov->extendsToEnd)
+        return refused(Refusal::notAnMP4);
+    if (moov->size > FastStartRelocator::maxMoovSize) {
+        logRefusal(Refusal::moovTooLarge, name, moov->size);
+        return refused(Refusal::moovTooLarge, moov->size);
+    }
+    QByteArray moovBytes = source.readAt(moov->offset, moov->size);
+    if (std::uint64_t(moovBytes.size()) != moov->size) {
+        logRefusal(Refusal::moovReadShort, name);
+        return refused(Refusal::moovReadShort);
+    }
+    switch (MP4ChunkOffsets::shift(moovBytes, 0, moovBytes.size(), std::int64_t(padding))) {
+    case MP4ChunkOffsets::ShiftResult::shifted:
+        break;
+    case MP4ChunkOffsets::ShiftResult::stcoOverflow:
+        logRefusal(Refusal::stcoOverflow, name);
+        return refused(Refusal::stcoOverflow);
+    case MP4ChunkOffsets::ShiftResult::co64Overflow:
+        logRefusal(Refusal::co64Overflow, name);
+        return refused(Refusal::co64Overflow);
+    }
+    layout.moov = *moov;
+    layout.moovBytes = std::move(moovBytes);
+    return std::nullopt;
+}
+
+// A `free` box of exactly size bytes (at least 8).
+QByteArray freeBox(std::uint64_t size)
+{
+    QByteArray box(qsizetype(size), '\0');
+    MP4Bytes::put32(box.data(), std::uint32_t(size));
+    MP4Bytes::put32(box.data() + 4, MP4Bytes::fourCC("free"));
+    return box;
+}
+} // namespace
+
+FastStartRelocator::Outcome FastStartRelocator::relocate(const QString& path)
+{
+    QElapsedTimer timer;
+    timer.start();
+    const QString name = QFileInfo(path).fileName();
+
+    struct stat st{};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
+        throw MP4FileError(MP4FileError::Kind::statFailed, path, QString::fromLocal8Bit(std::strerror(errno)));
+    const std::uint64_t fileSize = std::uint64_t(st.st_size);
+
+    MP4File source(path, MP4File::Access::read);
+    MoveLayout layout;
+    if (const auto nothing = planMove(source, fileSize, name, 0, layout))
+        return *nothing;
+    const MP4BoxHeader* moov = &layout.moov;
+    const MP4BoxHeader* mdat = &layout.mdat;
+    const QByteArray& moovBytes = layout.moovBytes;
 
     // The temporary file: beside the book with its permissions, else in FolivoxWork.
     TempGuard guard;
@@ -297,6 +377,89 @@ FastStartRelocator::Outcome FastStartRelocator::relocate(const QString& path)
     Log::write(QStringLiteral("[FastStart] moov moved ahead of mdat for '%1' (moov=%2 bytes, file=%3 bytes) in %4 ms")
                    .arg(name)
                    .arg(moov->size)
+                   .arg(fileSize)
+                   .arg(timer.elapsed()));
+    Outcome o;
+    o.kind = Outcome::Kind::relocated;
+    return o;
+}
+
+FastStartRelocator::Outcome FastStartRelocator::copyFastStart(const QString& sourcePath, const QString& destination,
+                                                              std::uint64_t paddingBytes,
+                                                              const std::function<void(double)>& progress)
+{
+    QElapsedTimer timer;
+    timer.start();
+    const QString name = QFileInfo(sourcePath).fileName();
+    struct stat st{};
+    if (::stat(QFile::encodeName(sourcePath).constData(), &st) != 0)
+        throw MP4FileError(MP4FileError::Kind::statFailed, sourcePath, QString::fromLocal8Bit(std::strerror(errno)));
+    const std::uint64_t fileSize = std::uint64_t(st.st_size);
+
+    MP4File source(sourcePath, MP4File::Access::read);
+    std::uint64_t moovSize = 0;
+    if (fileSize > 16) {
+        // The moov's size is needed to round the padding before planning.
+        for (const MP4BoxHeader& b : MP4BoxHeader::listTopLevel(source, fileSize))
+            if (b.is(kMoov)) {
+                moovSize = b.size;
+                break;
+            }
+    }
+    // Shift the media by a whole number of pages so that it keeps its
+    // alignment and the kernel can copy it.
+    std::uint64_t padding = std::max<std::uint64_t>(paddingBytes, 8);
+    padding += (kPage - (moovSize + padding) % kPage) % kPage;
+
+    MoveLayout layout;
+    bool moovAhead = false;
+    if (const auto nothing = planMove(source, fileSize, name, padding, layout)) {
+        if (nothing->kind != Outcome::Kind::alreadyAhead)
+            return *nothing;
+        // moov already leads: copy it with the padding right behind it, so
+        // later tag and chapter edits grow it in place instead of moving it
+        // to the end (which would need another pass to bring it back).
+        padding = std::max<std::uint64_t>(paddingBytes, 8);
+        padding += (kPage - padding % kPage) % kPage;
+        if (const auto refusal = planPaddedAhead(source, fileSize, name, padding, layout))
+            return *refusal;
+        moovAhead = true;
+    }
+
+    TempGuard guard;
+    MP4File out = MP4File::createNew(destination, unsigned(st.st_mode & 0777) | 0600);
+    guard.path = destination;
+
+    const std::uint64_t total = fileSize + padding;
+    Streamer stream(source, out);
+    if (progress)
+        stream.onPiece = [&](std::uint64_t written) { progress(double(written) / double(total)); };
+    if (moovAhead) {
+        stream.copy(0, layout.moov.offset);
+        stream.write(layout.moovBytes);
+        stream.write(freeBox(padding));
+        stream.copy(layout.moov.end(), fileSize - layout.moov.end());
+    } else {
+        stream.copy(0, layout.mdat.offset);
+        stream.write(layout.moovBytes);
+        stream.write(freeBox(padding));
+        stream.copy(layout.mdat.offset, layout.moov.offset - layout.mdat.offset);
+        stream.copy(layout.moov.end(), fileSize - layout.moov.end());
+    }
+    if (stream.position() != total) {
+        out.close();
+        logRefusal(Refusal::sizeMismatch, name);
+        return refused(Refusal::sizeMismatch);
+    }
+    out.close();
+    guard.path.clear();
+    if (progress)
+        progress(1.0);
+    Log::write(QStringLiteral("[FastStart] copied '%1' with moov ahead of mdat (moov=%2 bytes, padding=%3 bytes, file=%4 "
+                              "bytes) in %5 ms")
+                   .arg(name)
+                   .arg(layout.moov.size)
+                   .arg(padding)
                    .arg(fileSize)
                    .arg(timer.elapsed()));
     Outcome o;

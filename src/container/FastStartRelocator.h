@@ -5,6 +5,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <functional>
 
 namespace folivox {
 
@@ -45,6 +46,22 @@ public:
     // a moov whose track boxes do not decode, and SafeFileReplace's errors
     // from the put-back.
     static Outcome relocate(const QString& path);
+
+    // Writes a new file at destination holding source in fast-start order in
+    // one pass: what precedes mdat, moov with every chunk offset shifted,
+    // then a `free` box of at least paddingBytes (rounded up so that the
+    // media keeps its place within a page, which lets the kernel copy it),
+    // then the media. The padding gives later tag, cover and chapter edits
+    // room to rewrite moov where it stands. The source is only read.
+    //
+    // When moov already precedes mdat it stays first and the padding goes
+    // right behind it (the media moves by the padding, a whole number of
+    // pages). Reports refused, having written nothing, when the copy cannot
+    // be made in this order; the caller then copies the file as it is. progress gets the fraction written after each piece
+    // and may throw to stop the copy. The destination must not exist; on
+    // any failure it is removed. Throws StreamError and MP4FileError.
+    static Outcome copyFastStart(const QString& source, const QString& destination, std::uint64_t paddingBytes,
+                                 const std::function<void(double)>& progress = {});
 };
 
 } // namespace folivox

@@ -9,6 +9,7 @@
 #include "container/MP4ChapterTrackLanguagePatcher.h"
 #include "container/MP4File.h"
 #include "container/MP4StsdChannelPatcher.h"
+#include "container/MP4TailSnapshot.h"
 #include "container/SafeFileReplace.h"
 #include "export/BinaryResolver.h"
 #include "export/CoverImageProcessor.h"
@@ -23,6 +24,7 @@
 #include "export/PathValidator.h"
 #include "export/ToolLaunchError.h"
 #include "export/ToolRunner.h"
+#include "platform/AppPaths.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
@@ -200,6 +202,14 @@ QString listLine(std::int64_t ms, const QString& title)
         + QString(title).replace(u'\r', u' ').replace(u'\n', u' ').trimmed();
 }
 
+// Whether path lies inside FolivoxWork (our own temporary files).
+bool isInsideWorkRoot(const QString& path)
+{
+    const QString root = QFileInfo(AppPaths::workRoot()).canonicalFilePath();
+    const QString file = QFileInfo(path).canonicalFilePath();
+    return !root.isEmpty() && !file.isEmpty() && file.startsWith(root + u'/');
+}
+
 std::int64_t startMs(const ChapterInfo& c)
 {
     return std::max<std::int64_t>(0, std::llround(c.startTime * 1000.0));
@@ -322,6 +332,7 @@ void DefaultMetadataWritingService::finishBook(const BookFinishRequest& request,
     const QList<MetadataItem> items = MetadataItemBuilder::items(request.metadata, request.trackNumber, request.trackCount);
     WriteOptions w;
     w.freshOutput = request.freshOutput;
+    w.editInPlace = true;
     w.finishContainer = true;
     w.language = request.metadata.language;
     w.freeformTags = MetadataItemBuilder::freeformTags(items);
@@ -415,8 +426,14 @@ void DefaultMetadataWritingService::run(Operation operation, const QString& file
 
     WorkDirectory work;
     const QString ext = QFileInfo(file).suffix().isEmpty() ? QStringLiteral("m4b") : QFileInfo(file).suffix().toLower();
-    const QString working = work.filePath(QStringLiteral("book.") + ext);
-    {
+    // A build's own output inside FolivoxWork is edited where it lies: the
+    // build throws it away when anything fails, so a working copy would only
+    // cost a full read and write of the book.
+    const bool inPlace = w.editInPlace && !w.sessionBackup && isInsideWorkRoot(file);
+    const QString working = inPlace ? file : work.filePath(QStringLiteral("book.") + ext);
+    if (inPlace) {
+        log(QStringLiteral("Editing build output in place (no working copy): ") + name);
+    } else {
         QElapsedTimer t;
         t.start();
         const bool cloned = w.sessionBackup && QFileInfo(*w.sessionBackup).isFile();
@@ -425,14 +442,11 @@ void DefaultMetadataWritingService::run(Operation operation, const QString& file
             + (cloned ? QStringLiteral(" (cloned from session backup, book not re-read)") : QString()));
     }
 
+    // The sample tables before mp4tags, to prove afterwards that it left the
+    // audio alone.
     QByteArray signatureBefore;
-    if (operation == Operation::both) {
-        const QString backup = work.filePath(QStringLiteral("pre-mp4v2-backup.m4b"));
-        copyFile(working, backup);
-        signatureBefore = audioSignature(backup);
-    } else if (!tagArguments.isEmpty()) {
+    if (!tagArguments.isEmpty())
         signatureBefore = audioSignature(working);
-    }
 
     const auto runTags = [&]() {
         const ToolRunResult r = tags.write(working, tagArguments, {}, timeout, token);
@@ -473,8 +487,10 @@ void DefaultMetadataWritingService::run(Operation operation, const QString& file
         }
         const QString coverPath = work.filePath(QStringLiteral("cover.") + coverType);
         writeBytes(coverPath, coverBytes);
-        const QString backup = work.filePath(QStringLiteral("pre-mp4art-backup.m4b"));
-        copyFile(working, backup);
+        // mp4art edits only moov and appends the image: a snapshot of the
+        // moov and what follows it is enough to undo a failed run.
+        const MP4TailSnapshot backup = MP4TailSnapshot::take(working, work.path());
+        log(QStringLiteral("pre-mp4art backup: %1 of %2 bytes saved").arg(backup.savedBytes()).arg(backup.originalLength()));
 
         if (w.freshOutput) {
             log(QStringLiteral("mp4art --remove: skipped (fresh export output has no pre-existing art)"));
@@ -494,9 +510,7 @@ void DefaultMetadataWritingService::run(Operation operation, const QString& file
                 throw ExportError::cancelled();
             log(QStringLiteral("mp4art --add FAILED: exit=%1 stderr=%2").arg(r.terminationStatus).arg(r.standardError.trimmed()));
             log(QStringLiteral("Restoring backup and falling back to FFmpeg for cover embedding..."));
-            QFile::remove(working);
-            if (!QFile::rename(backup, working))
-                copyFile(backup, working);
+            backup.restore(working);
 
             const QString output = work.filePath(QStringLiteral("ffmpeg-cover-")
                                                  + QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".m4b"));
@@ -537,7 +551,14 @@ void DefaultMetadataWritingService::run(Operation operation, const QString& file
     throwIfCancelled(token);
 
     if (!chapters.isEmpty()) {
-        writeBytes(work.filePath(QStringLiteral("book.chapters.txt")), chapterListText(chapters));
+        // mp4chaps reads the list from beside the book it edits.
+        const QFileInfo workingInfo(working);
+        const QString listPath = workingInfo.absolutePath() + u'/' + workingInfo.completeBaseName() + QStringLiteral(".chapters.txt");
+        struct RemoveOnExit {
+            QString path;
+            ~RemoveOnExit() { QFile::remove(path); }
+        } listGuard{listPath};
+        writeBytes(listPath, chapterListText(chapters));
         PathValidator::validate(working);
         struct Pass {
             const char* label;
@@ -563,6 +584,8 @@ void DefaultMetadataWritingService::run(Operation operation, const QString& file
         finishContainer(working, name, w, !chapters.isEmpty());
     throwIfCancelled(token);
 
+    if (inPlace)
+        return;
     QElapsedTimer t;
     t.start();
     SafeFileReplace::replace(working, file);

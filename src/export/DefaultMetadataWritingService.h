@@ -19,10 +19,12 @@ namespace folivox {
 // Writes tags, the cover and chapters into MP4 books with the mp4tags,
 // mp4art and mp4chaps tools, and tags MP3 files through Mp3TagWriter.
 //
-// The book itself is never edited: each operation copies it into a
+// A user's book is never edited: each operation copies it into a
 // FolivoxWork folder, runs the tools on the copy and puts the copy back in
 // one step (SafeFileReplace) once everything succeeded. Every tool needed is
-// looked up before the copy is made, so a missing tool changes nothing.
+// looked up before the copy is made, so a missing tool changes nothing. A
+// build's own output that still lies inside FolivoxWork (finishBook) is
+// edited where it is: the build discards it on failure anyway.
 //
 // Large books. The tools load the whole `moov` into memory, and refuse one
 // above MP4MoovReader::maxMoovSize (50 MiB, which is about 85 hours of
@@ -53,6 +55,9 @@ public:
         // A backup of the book made earlier in the same update: the working
         // copy is cloned from it instead of re-reading the book.
         std::optional<QString> sessionBackup;
+        // The file is a build's output: when it lies inside FolivoxWork it
+        // is edited directly, without a working copy (finishBook sets this).
+        bool editInPlace = false;
         // After the tools: chapter-track language, channel count, language
         // atoms and freeform items, then the "M4B " brand (markAsAudiobook)
         // and moov ahead of mdat.

@@ -1,5 +1,6 @@
 #include "export/PassthroughEntireFileStrategy.h"
 
+#include "container/FastStartRelocator.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
 
@@ -73,7 +74,18 @@ void PassthroughEntireFileStrategy::run(ExportContext& context)
     context.throwIfCancelled();
     QElapsedTimer phase;
     phase.start();
-    copyFile(source, output, context.token(), [this](double f) { report(ExportPhase::copying, f); });
+    // A source with moov behind its media is copied in fast-start order in
+    // the same pass, with room behind moov for the tags, cover and chapters;
+    // moving moov afterwards would read and write the whole book again.
+    const std::uint64_t padding = 65536 + 4096 * std::uint64_t(context.plan.chapters.size());
+    const CancellationToken& token = context.token();
+    const FastStartRelocator::Outcome copied = FastStartRelocator::copyFastStart(source, output, padding, [&](double f) {
+        if (token.isCancelled())
+            throw ExportError::cancelled();
+        report(ExportPhase::copying, f);
+    });
+    if (copied.kind != FastStartRelocator::Outcome::Kind::relocated)
+        copyFile(source, output, token, [this](double f) { report(ExportPhase::copying, f); });
     const double copySeconds = double(phase.elapsed()) / 1000.0;
     noteTiming(QStringLiteral("copy"), copySeconds);
     Log::write(QStringLiteral("[Passthrough] Copied %1 bytes in %2 s")

@@ -19,6 +19,7 @@
 #include "export/ToolLaunchError.h"
 #include "platform/AppPaths.h"
 #include "platform/Log.h"
+#include "platform/WorkDirectory.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -543,4 +544,43 @@ TEST_F(MetadataWritingTest, Mp3OutputGetsId3v24WithCoverAndTrackNumber)
     EXPECT_EQ(id3.value(QStringLiteral("APIC")).toObject().value(QStringLiteral("size")).toInt(), request.coverImage.size());
     EXPECT_FALSE(id3.contains(QStringLiteral("CHAP")));
     EXPECT_EQ(Fixtures::decodedMd5(mp3), md5Before);
+}
+
+TEST_F(MetadataWritingTest, BuildOutputInsideTheWorkFolderIsEditedWhereItLies)
+{
+    // A build's own output in its FolivoxWork folder: no working copy, and a
+    // refused cover still rolls back to the snapshot and goes in by ffmpeg.
+    WorkDirectory buildFolder;
+    const QString made = makeBook(QStringLiteral("made.m4b"));
+    const QString book = buildFolder.filePath(QStringLiteral("book.m4b"));
+    ASSERT_TRUE(QFile::copy(made, book));
+    const QString md5Before = Fixtures::decodedMd5(book);
+    const QString folder = standIns({{QStringLiteral("mp4art"), QStringLiteral("echo 'mp4art: refused' >&2\nexit 1")}});
+    ScopedEnvironment env("FOLIVOX_TOOLS_DIR", folder);
+    BookFinishRequest request;
+    request.file = book;
+    request.metadata = bookTags();
+    request.chapters = threeChapters();
+    request.coverImage = coverJpeg();
+    {
+        LogCapture logs;
+        DefaultMetadataWritingService().finishBook(request, CancellationToken::never());
+        EXPECT_TRUE(logs.contains(QStringLiteral("[MetadataWriting] Editing build output in place (no working copy): book.m4b")));
+        EXPECT_FALSE(logs.contains(QStringLiteral("Copied M4B to temp")));
+        EXPECT_FALSE(logs.contains(QStringLiteral("copied back in")));
+        EXPECT_TRUE(logs.contains(QStringLiteral("[MetadataWriting] FFmpeg cover fallback OK in ")));
+    }
+    EXPECT_EQ(QDir(buildFolder.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"book.m4b"});
+    EXPECT_EQ(Fixtures::decodedMd5(book), md5Before);
+    const QJsonObject probe = MediaReaders::ffprobe(book);
+    EXPECT_EQ(tag(probe, "title"), QStringLiteral("The Test Book"));
+    EXPECT_EQ(probe.value(QStringLiteral("chapters")).toArray().size(), 3);
+    EXPECT_EQ(MediaReaders::mutagenMp4(book).value(QStringLiteral("covr")).toArray().size(), 1);
+
+    // The same request on a book outside the work folder goes through a copy.
+    LogCapture logs;
+    request.file = made;
+    DefaultMetadataWritingService().finishBook(request, CancellationToken::never());
+    EXPECT_TRUE(logs.contains(QStringLiteral("[MetadataWriting] Copied M4B to temp in ")));
+    EXPECT_FALSE(logs.contains(QStringLiteral("Editing build output in place")));
 }
