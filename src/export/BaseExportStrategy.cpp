@@ -297,4 +297,22 @@ void BaseExportStrategy::placeOutput(const ExportContext& context, const QString
     Log::write(QStringLiteral("[Export] Output in place: ") + target);
 }
 
+void BaseExportStrategy::completeWithFile(ExportContext& context, const QString& finished,
+                                          std::vector<ExportedChapter> chapters, const QString& logTag, qint64 wallMs)
+{
+    context.throwIfCancelled();
+    report(ExportPhase::finalizing, 0);
+    placeOutput(context, finished, context.outputURL);
+
+    ExportOutcome outcome;
+    outcome.outputPath = context.outputURL;
+    outcome.outputFiles = {context.outputURL};
+    outcome.chapters = std::move(chapters);
+    outcome.strategy = kind();
+    outcome.timings = timings();
+    Log::write(logTag + QStringLiteral(" ========== STRATEGY COMPLETED ========== (%1 ms)").arg(wallMs));
+    progressCoalescer_.reportOverall(ExportPhase::complete, 1.0);
+    context.completion(outcome);
+}
+
 } // namespace folivox

@@ -72,6 +72,12 @@ protected:
     // book's sources (key "export.error.no.free.name").
     static void placeOutput(const ExportContext& context, const QString& finished, const QString& target);
 
+    // The last step of a strategy that makes one file: checks for a cancel,
+    // moves the finished file to the output, logs the end of the strategy
+    // under logTag with its wall time, and delivers the outcome.
+    void completeWithFile(ExportContext& context, const QString& finished, std::vector<ExportedChapter> chapters,
+                          const QString& logTag, qint64 wallMs);
+
     // Notes how long a stage took for the result's timings.
     void noteTiming(const QString& stage, double seconds) { timings_.emplace_back(stage, seconds); }
     const std::vector<std::pair<QString, double>>& timings() const { return timings_; }

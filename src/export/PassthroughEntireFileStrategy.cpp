@@ -97,19 +97,7 @@ void PassthroughEntireFileStrategy::run(ExportContext& context)
     finishFile(context, output, context.metadata, chapterInfos(context, chapters), cover, 0, 0, false);
     noteTiming(QStringLiteral("metadata"), double(phase.elapsed()) / 1000.0);
 
-    context.throwIfCancelled();
-    report(ExportPhase::finalizing, 0);
-    placeOutput(context, output, context.outputURL);
-
-    ExportOutcome outcome;
-    outcome.outputPath = context.outputURL;
-    outcome.outputFiles = {context.outputURL};
-    outcome.chapters = chapters;
-    outcome.strategy = kind();
-    outcome.timings = timings();
-    Log::write(QStringLiteral("[Passthrough] ========== STRATEGY COMPLETED ========== (%1 ms)").arg(wall.elapsed()));
-    progressCoalescer_.reportOverall(ExportPhase::complete, 1.0);
-    context.completion(outcome);
+    completeWithFile(context, output, chapters, QStringLiteral("[Passthrough]"), wall.elapsed());
 }
 
 } // namespace folivox

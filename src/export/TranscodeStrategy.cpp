@@ -210,19 +210,7 @@ void TranscodeStrategy::run(ExportContext& context)
     Log::write(QStringLiteral("[Transcode] Metadata+chapters+FastStart written in ") + fixed(metadataSeconds, 2) + u's');
     noteTiming(QStringLiteral("metadata"), metadataSeconds);
 
-    context.throwIfCancelled();
-    report(ExportPhase::finalizing, 0);
-    placeOutput(context, output, context.outputURL);
-
-    ExportOutcome outcome;
-    outcome.outputPath = context.outputURL;
-    outcome.outputFiles = {context.outputURL};
-    outcome.chapters = book.chapters;
-    outcome.strategy = kind();
-    outcome.timings = timings();
-    Log::write(QStringLiteral("[Transcode] ========== STRATEGY COMPLETED ========== (%1 ms)").arg(wall.elapsed()));
-    progressCoalescer_.reportOverall(ExportPhase::complete, 1.0);
-    context.completion(outcome);
+    completeWithFile(context, output, book.chapters, QStringLiteral("[Transcode]"), wall.elapsed());
 }
 
 } // namespace folivox

@@ -227,9 +227,9 @@ TEST(ParallelRunTest, AUserCancelWinsOverFailuresAndEveryJobRunsOtherwise)
         EXPECT_EQ(e.kind(), FFmpegEncoderError::Kind::cancelled);
     }
 
-    int ran = 0;
+    std::atomic<int> ran{0};
     FFmpegAudioEncoder::runParallel(5, 2, nullptr, [&](int, const CancellationToken&) { ++ran; });
-    EXPECT_EQ(ran, 5);
+    EXPECT_EQ(ran.load(), 5);
 }
 
 TEST(DestinationWritabilityTest, FolderFileOnlyAndRefused)
