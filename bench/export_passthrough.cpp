@@ -22,33 +22,13 @@
 #include <cstdio>
 #include <vector>
 
+#include "BenchSupport.h"
+
 namespace {
 
+using namespace folivox::bench;
+
 constexpr qint64 kTargetBytes = 500LL * 1000 * 1000;
-
-struct Result {
-    int exitCode = -1;
-    double seconds = 0;
-    QByteArray err;
-};
-
-Result run(const QString& program, const QStringList& args)
-{
-    QProcess p;
-    p.setStandardInputFile(QProcess::nullDevice());
-    p.setStandardOutputFile(QProcess::nullDevice());
-    QElapsedTimer clock;
-    clock.start();
-    p.start(program, args);
-    Result r;
-    if (!p.waitForStarted(10000))
-        return r;
-    p.waitForFinished(-1);
-    r.seconds = double(clock.elapsed()) / 1000.0;
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.err = p.readAllStandardError();
-    return r;
-}
 
 Result ffmpeg(const QStringList& args)
 {
@@ -89,23 +69,15 @@ QString makeBook(const QString& folder)
     return book;
 }
 
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[v.size() / 2];
-}
-
 } // namespace
 
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     const int rounds = argc > 1 ? std::max(1, QString::fromLocal8Bit(argv[1]).toInt()) : 3;
-    const QString folivox = QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("folivox"));
-    if (!QFileInfo::exists(folivox)) {
-        std::fprintf(stderr, "build the folivox target first (%s)\n", qPrintable(folivox));
+    const QString folivox = folivoxBinary();
+    if (folivox.isEmpty())
         return 1;
-    }
     const QString book = makeBook(QDir::tempPath() + QStringLiteral("/folivox-bench-passthrough"));
     if (book.isEmpty())
         return 1;

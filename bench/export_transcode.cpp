@@ -25,36 +25,14 @@
 #include <cstdio>
 #include <vector>
 
+#include "BenchSupport.h"
+
 namespace {
+
+using namespace folivox::bench;
 
 constexpr int kFiles = 12;
 constexpr int kSecondsPerFile = 300;
-
-struct Result {
-    int exitCode = -1;
-    double seconds = 0;
-    QByteArray err;
-};
-
-Result run(const QString& program, const QStringList& args, const QString& workingDirectory = {})
-{
-    QProcess p;
-    p.setStandardInputFile(QProcess::nullDevice());
-    p.setStandardOutputFile(QProcess::nullDevice());
-    if (!workingDirectory.isEmpty())
-        p.setWorkingDirectory(workingDirectory);
-    QElapsedTimer clock;
-    clock.start();
-    p.start(program, args);
-    Result r;
-    if (!p.waitForStarted(10000))
-        return r;
-    p.waitForFinished(-1);
-    r.seconds = double(clock.elapsed()) / 1000.0;
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.err = p.readAllStandardError();
-    return r;
-}
 
 // Speech-like enough for the encoder: a low tone under pink noise, a different
 // pitch per chapter.
@@ -84,23 +62,15 @@ bool makeBook(const QString& folder)
     return true;
 }
 
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[v.size() / 2];
-}
-
 } // namespace
 
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     const int rounds = argc > 1 ? std::max(1, QString::fromLocal8Bit(argv[1]).toInt()) : 3;
-    const QString folivox = QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("folivox"));
-    if (!QFileInfo::exists(folivox)) {
-        std::fprintf(stderr, "build the folivox target first (%s)\n", qPrintable(folivox));
+    const QString folivox = folivoxBinary();
+    if (folivox.isEmpty())
         return 1;
-    }
     const QString book = QDir::tempPath() + QStringLiteral("/folivox-bench-transcode");
     if (!makeBook(book))
         return 1;
