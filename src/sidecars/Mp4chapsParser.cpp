@@ -117,20 +117,7 @@ QString Mp4chapsParser::stripDecorations(const QString& line, bool* removedSomet
 int Mp4chapsParser::confidence(const QString& text, const QUrl& url) const
 {
     int score = SidecarTextRules::lowerFileName(url).endsWith(QStringLiteral(".chapters.txt")) ? 50 : 0;
-    int matching = 0;
-    int looked = 0;
-    SidecarTextRules::forEachLine(text, [&](QStringView raw, int) {
-        const QString line = raw.trimmed().toString();
-        if (line.isEmpty())
-            return true;
-        for (const auto& re : confidencePatterns()) {
-            if (re.match(line).hasMatch()) {
-                ++matching;
-                break;
-            }
-        }
-        return ++looked < 20;
-    });
+    const int matching = SidecarTextRules::countMatchingLines(text, confidencePatterns(), 20);
     if (matching >= 3)
         score += 60;
     else if (matching >= 1)

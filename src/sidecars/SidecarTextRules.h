@@ -28,6 +28,27 @@ public:
     static bool isNewline(QChar c);
     // Calls visit(line, lineNumber) for each line in order until it returns
     // false; lines after that are not split.
+    // Of the first maxLines non-blank lines (trimmed), how many match at
+    // least one of the patterns. The parsers' confidence tests share it.
+    template <typename Patterns> static int countMatchingLines(const QString& text, const Patterns& patterns, int maxLines)
+    {
+        int matching = 0;
+        int looked = 0;
+        forEachLine(text, [&](QStringView raw, int) {
+            const QString line = raw.trimmed().toString();
+            if (line.isEmpty())
+                return true;
+            for (const auto& re : patterns) {
+                if (re.match(line).hasMatch()) {
+                    ++matching;
+                    break;
+                }
+            }
+            return ++looked < maxLines;
+        });
+        return matching;
+    }
+
     template <typename Visit> static void forEachLine(const QString& text, Visit visit)
     {
         const QStringView all(text);

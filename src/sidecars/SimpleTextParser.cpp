@@ -47,20 +47,7 @@ int SimpleTextParser::confidence(const QString& text, const QUrl& url) const
 {
     if (SidecarTextRules::lowerExtension(url) != u"txt")
         return 0;
-    int matching = 0;
-    int looked = 0;
-    SidecarTextRules::forEachLine(text, [&](QStringView raw, int) {
-        const QString line = raw.trimmed().toString();
-        if (line.isEmpty())
-            return true;
-        for (const auto& re : confidencePatterns()) {
-            if (re.match(line).hasMatch()) {
-                ++matching;
-                break;
-            }
-        }
-        return ++looked < 30;
-    });
+    const int matching = SidecarTextRules::countMatchingLines(text, confidencePatterns(), 30);
     if (matching > 4)
         return 60;
     if (matching >= 3)
