@@ -1,6 +1,7 @@
 #include "container/FastStartRelocator.h"
 
 #include "container/FaultInjection.h"
+#include "container/FileRangeCopier.h"
 #include "container/MP4BoxHeader.h"
 #include "container/MP4Bytes.h"
 #include "container/MP4ChunkOffsets.h"
@@ -19,10 +20,7 @@
 #include <cstring>
 #include <functional>
 #include <optional>
-#include <sys/mman.h>
 #include <sys/stat.h>
-#include <unistd.h>
-#include <vector>
 
 namespace folivox {
 
@@ -31,114 +29,32 @@ constexpr std::uint32_t kMoov = MP4Bytes::fourCC("moov");
 constexpr std::uint32_t kMdat = MP4Bytes::fourCC("mdat");
 constexpr std::uint64_t kPage = 4096;
 
-// Copies [from, from + count) of source to out at the current output position
-// in pieces of at most 4 MiB: in the kernel when both sides are page-aligned
-// alike, from a 4 MiB read-only mapping when they are not, and through one
-// 4 MiB buffer where neither is available.
+// The copier as relocation uses it: a source that ends early is an error,
+// and every piece passes the relocation's fault-injection point.
 class Streamer {
 public:
-    Streamer(const MP4File& source, MP4File& out) : source_(source), out_(out) {}
-
-    std::uint64_t position() const { return outPos_; }
-
-    // Called with the output position after each piece; may throw.
-    std::function<void(std::uint64_t)> onPiece;
-
-    void write(const QByteArray& bytes)
+    Streamer(const MP4File& source, MP4File& out) : copier_(source, out)
     {
-        out_.writeAt(outPos_, bytes);
-        outPos_ += std::uint64_t(bytes.size());
-    }
-
-    void copy(std::uint64_t from, std::uint64_t count)
-    {
-        std::uint64_t done = 0;
-        while (done < count) {
-            const std::uint64_t want = std::min(count - done, FastStartRelocator::pieceSize);
-            const std::uint64_t got = piece(from + done, want);
-            if (got == 0)
-                throw FastStartRelocator::StreamError(count, done);
-            done += got;
-            outPos_ += got;
+        copier_.onPiece = [this](std::uint64_t written) {
             FaultInjection::reach("relocate.piece");
             if (onPiece)
-                onPiece(outPos_);
-        }
+                onPiece(written);
+        };
+    }
+
+    std::function<void(std::uint64_t)> onPiece;
+
+    std::uint64_t position() const { return copier_.position(); }
+    void write(const QByteArray& bytes) { copier_.write(bytes); }
+    void copy(std::uint64_t from, std::uint64_t count)
+    {
+        const std::uint64_t got = copier_.copy(from, count);
+        if (got != count)
+            throw FastStartRelocator::StreamError(count, got);
     }
 
 private:
-    std::uint64_t piece(std::uint64_t from, std::uint64_t want)
-    {
-        // The kernel copies fast only when source and destination sit at the
-        // same place within a page.
-        if (kernelCopy_ && (from % kPage) == (outPos_ % kPage)) {
-            loff_t in = loff_t(from);
-            loff_t outOff = loff_t(outPos_);
-            for (;;) {
-                const ssize_t n = ::copy_file_range(source_.fd(), &in, out_.fd(), &outOff, size_t(want), 0);
-                if (n >= 0)
-                    return std::uint64_t(n);
-                if (errno == EINTR)
-                    continue;
-                if (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP || errno == EBADF
-                    || errno == EPERM) {
-                    kernelCopy_ = false;
-                    break;
-                }
-                throw MP4FileError(MP4FileError::Kind::writeFailed, out_.path(),
-                                   QString::fromLocal8Bit(std::strerror(errno)));
-            }
-        }
-        // A range shifted within the page (behind a moved moov): write
-        // straight from a read-only mapping of the source, one copy instead
-        // of two. The mapping is only ever read by the kernel inside pwrite,
-        // so a source cut short meanwhile gives EFAULT there (a short read
-        // here), never a signal.
-        if (mapCopy_) {
-            // Never map past the end: the tail of the last page would read as zeros.
-            const std::uint64_t size = source_.size();
-            if (from >= size)
-                return 0;
-            want = std::min(want, size - from);
-            const std::uint64_t base = from - from % kPage;
-            const std::uint64_t lead = from - base;
-            void* map = ::mmap(nullptr, size_t(lead + want), PROT_READ, MAP_SHARED | MAP_POPULATE, source_.fd(), off_t(base));
-            if (map != MAP_FAILED) {
-                const char* data = static_cast<const char*>(map) + lead;
-                std::uint64_t done = 0;
-                int err = 0;
-                while (done < want) {
-                    const ssize_t n = ::pwrite(out_.fd(), data + done, size_t(want - done), off_t(outPos_ + done));
-                    if (n > 0) {
-                        done += std::uint64_t(n);
-                        continue;
-                    }
-                    if (n < 0 && errno == EINTR)
-                        continue;
-                    err = n < 0 ? errno : 0;
-                    break;
-                }
-                ::munmap(map, size_t(lead + want));
-                if (err != 0 && err != EFAULT)
-                    throw MP4FileError(MP4FileError::Kind::writeFailed, out_.path(), QString::fromLocal8Bit(std::strerror(err)));
-                return done;
-            }
-            mapCopy_ = false;
-        }
-        if (buffer_.empty())
-            buffer_.resize(size_t(FastStartRelocator::pieceSize));
-        const std::uint64_t got = source_.readAt(from, buffer_.data(), want);
-        if (got > 0)
-            out_.writeAt(outPos_, buffer_.data(), got);
-        return got;
-    }
-
-    const MP4File& source_;
-    MP4File& out_;
-    std::uint64_t outPos_ = 0;
-    bool kernelCopy_ = true;
-    bool mapCopy_ = true;
-    std::vector<char> buffer_;
+    FileRangeCopier copier_;
 };
 
 void logRefusal(FastStartRelocator::Refusal refusal, const QString& name, std::uint64_t moovSize = 0)

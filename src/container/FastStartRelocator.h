@@ -16,7 +16,6 @@ namespace folivox {
 class FastStartRelocator {
 public:
     static constexpr std::uint64_t maxMoovSize = 209715200;
-    static constexpr std::uint64_t pieceSize = 4194304;
 
     enum class Refusal { moovTooLarge, notAnMP4, moovReadShort, stcoOverflow, co64Overflow, noTempLocation, sizeMismatch };
     static QString refusalName(Refusal refusal);

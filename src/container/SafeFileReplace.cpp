@@ -1,6 +1,7 @@
 #include "container/SafeFileReplace.h"
 
 #include "container/FaultInjection.h"
+#include "container/FileRangeCopier.h"
 #include "container/MP4File.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
@@ -14,7 +15,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 namespace folivox {
 
@@ -34,22 +34,15 @@ void syncFolder(const QString& path)
     }
 }
 
-// Copies all of source into the open descriptor out from offset 0, in pieces,
-// then sets its length and syncs. Throws MP4FileError.
+// Copies all of source into out from offset 0, then sets its length and
+// syncs. Throws MP4FileError.
 void copyInto(const MP4File& source, MP4File& out, const char* faultPoint)
 {
     const std::uint64_t size = source.size();
-    std::vector<char> piece(size_t(std::min<std::uint64_t>(size, SafeFileReplace::copyPieceSize)) + 1);
-    std::uint64_t pos = 0;
-    while (pos < size) {
-        const std::uint64_t want = std::min<std::uint64_t>(size - pos, SafeFileReplace::copyPieceSize);
-        const std::uint64_t got = source.readAt(pos, piece.data(), want);
-        if (got == 0)
-            throw MP4FileError(MP4FileError::Kind::readFailed, source.path(), QStringLiteral("unexpected end of file"));
-        out.writeAt(pos, piece.data(), got);
-        pos += got;
-        FaultInjection::reach(faultPoint);
-    }
+    FileRangeCopier copier(source, out);
+    copier.onPiece = [faultPoint](std::uint64_t) { FaultInjection::reach(faultPoint); };
+    if (copier.copy(0, size) != size)
+        throw MP4FileError(MP4FileError::Kind::readFailed, source.path(), QStringLiteral("unexpected end of file"));
     out.truncate(size);
     out.sync();
 }

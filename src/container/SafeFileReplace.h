@@ -60,7 +60,6 @@ public:
     // target was left damaged with a complete copy kept.
     static void replace(const QString& finishedFile, const QString& target);
 
-    static constexpr qint64 copyPieceSize = 4194304;
 };
 
 } // namespace folivox

@@ -1,6 +1,8 @@
 #include "export/BaseExportStrategy.h"
 
 #include "container/FastStartRelocator.h"
+#include "container/FileRangeCopier.h"
+#include "container/MP4File.h"
 #include "container/SafeFileReplace.h"
 #include "export/AudiobookSourceInfo.h"
 #include "export/BitrateOptionsCalculator.h"
@@ -15,47 +17,10 @@
 #include <QFileInfo>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace folivox {
 
 namespace {
-
-// Pieces of a copy between two looks at the token.
-constexpr qint64 kCopyPiece = 32 * 1024 * 1024;
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor()
-    {
-        if (fd_ >= 0)
-            ::close(fd_);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int get() const { return fd_; }
-    int release()
-    {
-        const int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-
-private:
-    int fd_;
-};
-
-[[noreturn]] void copyFailed(const QString& path, int err)
-{
-    throw GenericError(QStringLiteral("Cannot copy “%1”: %2").arg(QFileInfo(path).fileName(),
-                                                                  QString::fromLocal8Bit(std::strerror(err))));
-}
 
 bool isMP4Container(const QString& path)
 {
@@ -130,71 +95,16 @@ QList<ChapterInfo> BaseExportStrategy::chapterInfos(const ExportContext& context
 void BaseExportStrategy::copyFile(const QString& source, const QString& target, const CancellationToken& token,
                                   const std::function<void(double)>& progress)
 {
-    FileDescriptor in(::open(QFile::encodeName(source).constData(), O_RDONLY | O_CLOEXEC));
-    if (in.get() < 0)
-        copyFailed(source, errno);
-    struct stat st {};
-    if (::fstat(in.get(), &st) != 0)
-        copyFailed(source, errno);
-    FileDescriptor out(::open(QFile::encodeName(target).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (out.get() < 0)
-        copyFailed(target, errno);
-    const qint64 total = st.st_size;
-    qint64 done = 0;
-    bool kernelCopy = true;
-    QByteArray buffer;
-    while (done < total) {
-        if (token.isCancelled())
-            throw ExportError::cancelled();
-        const qint64 want = std::min(kCopyPiece, total - done);
-        qint64 moved = 0;
-        if (kernelCopy) {
-            const ssize_t n = ::copy_file_range(in.get(), nullptr, out.get(), nullptr, static_cast<size_t>(want), 0);
-            if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
-                kernelCopy = false;
-                continue;
-            }
-            if (n < 0)
-                copyFailed(target, errno);
-            if (n == 0)
-                break;
-            moved = n;
-        } else {
-            if (buffer.isEmpty())
-                buffer.resize(4 * 1024 * 1024);
-            qint64 piece = 0;
-            while (piece < want) {
-                const ssize_t r = ::read(in.get(), buffer.data(), static_cast<size_t>(std::min<qint64>(buffer.size(), want - piece)));
-                if (r < 0 && errno == EINTR)
-                    continue;
-                if (r < 0)
-                    copyFailed(source, errno);
-                if (r == 0)
-                    break;
-                qint64 written = 0;
-                while (written < r) {
-                    const ssize_t w = ::write(out.get(), buffer.constData() + written, static_cast<size_t>(r - written));
-                    if (w < 0 && errno == EINTR)
-                        continue;
-                    if (w < 0)
-                        copyFailed(target, errno);
-                    written += w;
-                }
-                piece += r;
-            }
-            if (piece == 0)
-                break;
-            moved = piece;
-        }
-        done += moved;
-        if (progress && total > 0)
-            progress(double(done) / double(total));
+    try {
+        FileRangeCopier::copyFile(source, target, 0644, [&](std::uint64_t done, std::uint64_t total) {
+            if (token.isCancelled())
+                throw ExportError::cancelled();
+            if (progress && total > 0)
+                progress(double(done) / double(total));
+        });
+    } catch (const MP4FileError& e) {
+        throw GenericError(QStringLiteral("Cannot copy “%1”: %2").arg(QFileInfo(e.path()).fileName(), e.systemMessage()));
     }
-    if (done != total)
-        throw GenericError(QStringLiteral("Cannot copy “%1”: the file changed size while it was copied")
-                               .arg(QFileInfo(source).fileName()));
-    if (::close(out.release()) != 0)
-        copyFailed(target, errno);
 }
 
 WorkDirectory BaseExportStrategy::makeWorkDirectory()

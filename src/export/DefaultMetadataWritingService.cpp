@@ -1,6 +1,7 @@
 #include "export/DefaultMetadataWritingService.h"
 
 #include "container/FastStartRelocator.h"
+#include "container/FileRangeCopier.h"
 #include "container/FtypPatcher.h"
 #include "container/LanguageCodes.h"
 #include "container/MP4BoxHeader.h"
@@ -67,11 +68,13 @@ void throwIfCancelled(const CancellationToken& token)
 
 void copyFile(const QString& from, const QString& to)
 {
-    QFile source(from);
-    if (!source.copy(to))
+    try {
+        FileRangeCopier::copyFile(from, to, 0600);
+    } catch (const MP4FileError& e) {
         throw ExportError::underlying(QStringLiteral("Could not copy \"%1\" for metadata writing: %2")
-                                          .arg(QFileInfo(from).fileName(), source.errorString()),
+                                          .arg(QFileInfo(from).fileName(), e.systemMessage()),
                                       QStringLiteral("MetadataWriting"));
+    }
 }
 
 void writeBytes(const QString& path, const QByteArray& bytes)
