@@ -33,6 +33,7 @@ struct SlotOutcome {
     QUrl url;          // the input
     QUrl originalURL;  // repaired: the damaged source
     Reason reason = Reason::other;
+    bool encrypted = false; // loaded: the sample entry is a protected one
 };
 
 // The state one load shares with its workers. Workers hold it by shared
@@ -207,6 +208,7 @@ SlotOutcome AudioMetadataService::Context::loadOne(const QString& path, Progress
             format.reset();
         out.track = TrackBuilder::build(probe, duration, format);
         out.kind = SlotOutcome::Kind::loaded;
+        out.encrypted = probe.encrypted;
         watchdog.tick(QStringLiteral("building track"));
         return out;
     } catch (const std::exception& e) {
@@ -382,6 +384,8 @@ TrackLoadOutcome AudioMetadataService::load(const QList<QUrl>& urls, const Cance
         switch (slot->kind) {
         case SlotOutcome::Kind::loaded:
             outcome.tracks.push_back(slot->track);
+            if (slot->encrypted)
+                outcome.protectedURLs.append(slot->track.url);
             break;
         case SlotOutcome::Kind::repaired:
             outcome.tracks.push_back(slot->track);

@@ -4,7 +4,6 @@
 #include "import/AudioMetadataService.h"
 #include "import/ImportChapterBuilder.h"
 #include "import/InspectionError.h"
-#include "import/LibavAudioInspector.h"
 #include "import/TrackBuilder.h"
 #include "import/TrackOrdering.h"
 #include "import/VideoAudioExtractor.h"
@@ -414,18 +413,11 @@ ImportResult ImportCoordinator::import(const QList<QUrl>& inputs, const Cancella
             + QStringLiteral(" more tracks not listed"));
 
     // Files that need the user's attention after the import.
-    const LibavAudioInspector inspector;
     for (const Track& t : ordered) {
         if (t.cachedCodec && t.cachedCodec->toLower() == u"xhe-aac")
             result.detectedXHEAACFiles.push_back(t);
-        const QString ext = suffixOf(pathOf(t.url));
-        if (ext == u"m4a" || ext == u"m4b" || ext == u"m4p" || ext == u"mp4" || ext == u"aax" || ext == u"aa") {
-            try {
-                if (inspector.probe(pathOf(t.url)).encrypted)
-                    result.detectedDRMFiles.push_back(t);
-            } catch (const InspectionError&) {
-            }
-        }
+        if (outcome.protectedURLs.contains(t.url))
+            result.detectedDRMFiles.push_back(t);
     }
     for (const auto& f : outcome.unreadableFiles) {
         const QString ext = suffixOf(pathOf(f.url));

@@ -31,6 +31,8 @@ struct TrackLoadOutcome {
     std::vector<Track> tracks;
     QList<QUrl> repairedOriginalURLs;
     std::vector<UnreadableFile> unreadableFiles;
+    // Loaded tracks whose audio sample entry is a copy-protected one.
+    QList<QUrl> protectedURLs;
 
     bool isEmpty() const { return tracks.empty() && repairedOriginalURLs.isEmpty() && unreadableFiles.empty(); }
 
