@@ -11,7 +11,6 @@
 #include "export/ManualCancellationToken.h"
 #include "export/MultiFileExportStrategy.h"
 #include "export/UserFacingError.h"
-#include "import/FFprobeInspector.h"
 #include "import/ImportCoordinator.h"
 #include "import/LibavAudioInspector.h"
 #include "platform/Error.h"
@@ -119,26 +118,6 @@ public:
 private:
     int id_ = 0;
 };
-
-FormatProbeFunction makeFormatProbe(std::shared_ptr<const FFmpegWrapper> ffmpeg)
-{
-    return [ffmpeg](const QString& path) -> std::optional<FormatProbe> {
-        try {
-            const FFprobeInspector ffprobe(ffmpeg);
-            const LibavAudioInspector inspector([ffprobe](const QString& p) { return ffprobe.inspect(p); });
-            const AudioSourceFormat f = inspector.inspect(path);
-            FormatProbe probe;
-            probe.codec = f.codec;
-            probe.bitrate = f.bitrate;
-            probe.sampleRate = f.sampleRate;
-            probe.channels = f.channels;
-            probe.duration = f.duration;
-            return probe;
-        } catch (const std::exception&) {
-            return std::nullopt;
-        }
-    };
-}
 
 int failure(const QString& message)
 {
@@ -608,7 +587,7 @@ int BuildCommand::run(const QStringList& args)
     DefaultExportService::Dependencies dependencies;
     dependencies.ffmpeg = ffmpeg;
     dependencies.metadataService = std::make_shared<DefaultMetadataWritingService>();
-    dependencies.formatProbe = makeFormatProbe(ffmpeg);
+    dependencies.formatProbe = LibavAudioInspector::formatProbeFunction(ffmpeg);
     DefaultExportService service(dependencies);
     DefaultExportService::Request request;
     request.bookmarks = bookmarks;

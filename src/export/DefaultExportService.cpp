@@ -144,8 +144,7 @@ std::shared_ptr<const FFmpegAudioEncoder> DefaultExportService::encoder() const
 {
     std::lock_guard lock(encoderMutex_);
     if (!encoder_) {
-        encoder_ = std::make_shared<FFmpegAudioEncoder>(
-            dependencies_.ffmpeg, dependencies_.catalog ? *dependencies_.catalog : EncoderCatalog::system());
+        encoder_ = std::make_shared<FFmpegAudioEncoder>(dependencies_.ffmpeg, dependencies_.catalog);
     }
     return encoder_;
 }

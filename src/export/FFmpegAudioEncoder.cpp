@@ -68,7 +68,7 @@ const MP4BoxTree::Node* audioTrack(const MP4BoxTree::Node& moov)
 
 } // namespace
 
-FFmpegAudioEncoder::FFmpegAudioEncoder(std::shared_ptr<const FFmpegWrapper> wrapper, EncoderCatalog catalog,
+FFmpegAudioEncoder::FFmpegAudioEncoder(std::shared_ptr<const FFmpegWrapper> wrapper, std::optional<EncoderCatalog> catalog,
                                        QString logPrefix)
     : wrapper_(std::move(wrapper))
     , catalog_(std::move(catalog))
@@ -96,11 +96,11 @@ QStringList FFmpegAudioEncoder::encoderBlock(const OutputSpec& spec, bool copy) 
     if (spec.sampleRate)
         args << QStringLiteral("-ar") << QString::number(*spec.sampleRate);
     if (spec.format == OutputFormat::mp3)
-        args << catalog_.requireMp3().codecArguments();
+        args << catalog().requireMp3().codecArguments();
     else if (spec.codec == AudioCodec::heAAC)
-        args << catalog_.requireHeAAC().codecArguments();
+        args << catalog().requireHeAAC().codecArguments();
     else
-        args << catalog_.requireAacLC().codecArguments();
+        args << catalog().requireAacLC().codecArguments();
     args << QStringLiteral("-b:a") << kbps(spec.bitrateKbps);
     return args;
 }
@@ -428,7 +428,7 @@ void FFmpegAudioEncoder::encodeSegment(const PlannedSegment& segment, const Outp
         const SegmentPiece& piece = segment.pieces.first();
         QStringList decoder;
         // xHE-AAC needs the platform's decoder where ffmpeg offers one.
-        if (piece.facts.codec && piece.facts.codec->toLower() == u"xhe-aac" && catalog_.has(QStringLiteral("aac_at")))
+        if (piece.facts.codec && piece.facts.codec->toLower() == u"xhe-aac" && catalog().has(QStringLiteral("aac_at")))
             decoder << QStringLiteral("-c:a") << QStringLiteral("aac_at");
         args = stretchArguments(piece, block, threads, muxer, output, decoder);
     } else {

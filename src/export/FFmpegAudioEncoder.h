@@ -60,13 +60,15 @@ public:
 
     static constexpr int kCascadeThreshold = 81;
 
+    // Without a catalog, the system's is listed when an encode first needs it,
+    // so a build that only copies never runs `ffmpeg -encoders`.
     explicit FFmpegAudioEncoder(std::shared_ptr<const FFmpegWrapper> wrapper,
-                                EncoderCatalog catalog = EncoderCatalog::system(),
+                                std::optional<EncoderCatalog> catalog = std::nullopt,
                                 QString logPrefix = QStringLiteral("[BatchEncoding]"));
 
     const FFmpegWrapper& wrapper() const { return *wrapper_; }
     std::shared_ptr<const FFmpegWrapper> sharedWrapper() const { return wrapper_; }
-    const EncoderCatalog& catalog() const { return catalog_; }
+    const EncoderCatalog& catalog() const { return catalog_ ? *catalog_ : EncoderCatalog::system(); }
 
     // The encoder block of a job: "-c:a copy" for a copied segment; for an
     // encode, "-ac"/"-ar" as the settings require, then the catalog's encoder for
@@ -168,7 +170,7 @@ private:
                                 const ProgressCallback& progress, const QString& failurePrefix) const;
 
     std::shared_ptr<const FFmpegWrapper> wrapper_;
-    EncoderCatalog catalog_;
+    std::optional<EncoderCatalog> catalog_;
     QString logPrefix_;
 };
 
