@@ -12,6 +12,9 @@ struct ImportAlert {
     QString message;
 
     static const char* buttonKey() { return "alert.button.ok"; }
+    // The alert whose texts are keyed "<key>.title" and "<key>.message",
+    // with the given English texts where no translation exists.
+    static ImportAlert keyed(const QString& key, const char* title, const char* message);
     bool operator==(const ImportAlert&) const = default;
 };
 

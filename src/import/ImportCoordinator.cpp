@@ -227,36 +227,21 @@ std::optional<ImportAlert> ImportCoordinator::m4bRefusal(const QStringList& sele
                                         [](const Track& t) { return isM4B(pathOf(t.url)); });
     const bool bookHasOther = std::any_of(book.begin(), book.end(),
                                           [](const Track& t) { return !isM4B(pathOf(t.url)); });
-    ImportAlert a;
-    if (selectionHasM4B && selectionHasOther) {
-        a.titleKey = QStringLiteral("alert.cannot.mix.formats.in.selection.title");
-        a.title = L10n::text("alert.cannot.mix.formats.in.selection.title", "Cannot import M4B with other formats");
-        a.messageKey = QStringLiteral("alert.cannot.mix.formats.in.selection.message");
-        a.message = L10n::text("alert.cannot.mix.formats.in.selection.message",
-                               "You selected both M4B audiobook(s) and other audio files (MP3, M4A, etc.). M4B "
-                               "files with embedded chapters cannot be mixed with other formats. Please select "
-                               "files of only one type.");
-        return a;
-    }
-    if (bookHasM4B && selectionHasOther) {
-        a.titleKey = QStringLiteral("alert.cannot.mix.m4b.title");
-        a.title = L10n::text("alert.cannot.mix.m4b.title", "Cannot mix M4B with other formats");
-        a.messageKey = QStringLiteral("alert.cannot.mix.m4b.message");
-        a.message = L10n::text("alert.cannot.mix.m4b.message",
-                               "You've already added M4B audiobook(s). Please remove them first if you want to add "
-                               "MP3/M4A files, or start a new project.");
-        return a;
-    }
-    if (bookHasOther && selectionHasM4B) {
-        a.titleKey = QStringLiteral("alert.cannot.add.m4b.title");
-        a.title = L10n::text("alert.cannot.add.m4b.title", "Cannot add M4B to existing files");
-        a.messageKey = QStringLiteral("alert.cannot.add.m4b.message");
-        a.message = L10n::text("alert.cannot.add.m4b.message",
-                               "You've already added audio files (MP3, M4A, etc.). M4B audiobooks with embedded "
-                               "chapters cannot be mixed with other formats. Please remove existing files first or "
-                               "start a new project.");
-        return a;
-    }
+    if (selectionHasM4B && selectionHasOther)
+        return ImportAlert::keyed(QStringLiteral("alert.cannot.mix.formats.in.selection"),
+                                  "Cannot import M4B with other formats",
+                                  "You selected both M4B audiobook(s) and other audio files (MP3, M4A, etc.). M4B "
+                                  "files with embedded chapters cannot be mixed with other formats. Please select "
+                                  "files of only one type.");
+    if (bookHasM4B && selectionHasOther)
+        return ImportAlert::keyed(QStringLiteral("alert.cannot.mix.m4b"), "Cannot mix M4B with other formats",
+                                  "You've already added M4B audiobook(s). Please remove them first if you want to "
+                                  "add MP3/M4A files, or start a new project.");
+    if (bookHasOther && selectionHasM4B)
+        return ImportAlert::keyed(QStringLiteral("alert.cannot.add.m4b"), "Cannot add M4B to existing files",
+                                  "You've already added audio files (MP3, M4A, etc.). M4B audiobooks with embedded "
+                                  "chapters cannot be mixed with other formats. Please remove existing files first "
+                                  "or start a new project.");
     return std::nullopt;
 }
 
