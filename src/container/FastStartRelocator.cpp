@@ -121,6 +121,40 @@ struct MoveLayout {
     QByteArray moovBytes;
 };
 
+// Reads moov and moves every chunk offset in it by shift, or refuses (logged)
+// when it is too large, can't be read whole, or an offset would overflow.
+std::optional<FastStartRelocator::Outcome> readShiftedMoov(const MP4File& source, const MP4BoxHeader& moov,
+                                                           const QString& name, std::int64_t shift,
+                                                           QByteArray& moovBytes)
+{
+    using Refusal = FastStartRelocator::Refusal;
+    if (moov.size > FastStartRelocator::maxMoovSize) {
+        logRefusal(Refusal::moovTooLarge, name, moov.size);
+        return refused(Refusal::moovTooLarge, moov.size);
+    }
+    moovBytes = source.readAt(moov.offset, moov.size);
+    if (std::uint64_t(moovBytes.size()) != moov.size) {
+        logRefusal(Refusal::moovReadShort, name);
+        return refused(Refusal::moovReadShort);
+    }
+    // A moov that ran to the end of the file must say its size once media
+    // follows it.
+    if (moov.extendsToEnd)
+        MP4Bytes::put32(moovBytes.data(), std::uint32_t(moov.size));
+
+    switch (MP4ChunkOffsets::shift(moovBytes, 0, moovBytes.size(), shift)) {
+    case MP4ChunkOffsets::ShiftResult::shifted:
+        return std::nullopt;
+    case MP4ChunkOffsets::ShiftResult::stcoOverflow:
+        logRefusal(Refusal::stcoOverflow, name);
+        return refused(Refusal::stcoOverflow);
+    case MP4ChunkOffsets::ShiftResult::co64Overflow:
+        logRefusal(Refusal::co64Overflow, name);
+        return refused(Refusal::co64Overflow);
+    }
+    return std::nullopt;
+}
+
 // Plans the move of moov ahead of mdat, or says why nothing is to be
 // written (an outcome of alreadyAhead or refused, logged).
 std::optional<FastStartRelocator::Outcome> planMove(const MP4File& source, std::uint64_t fileSize, const QString& name,
@@ -145,34 +179,10 @@ std::optional<FastStartRelocator::Outcome> planMove(const MP4File& source, std::
         o.kind = FastStartRelocator::Outcome::Kind::alreadyAhead;
         return o;
     }
-    if (moov->size > FastStartRelocator::maxMoovSize) {
-        logRefusal(Refusal::moovTooLarge, name, moov->size);
-        return refused(Refusal::moovTooLarge, moov->size);
-    }
-
-    QByteArray moovBytes = source.readAt(moov->offset, moov->size);
-    if (std::uint64_t(moovBytes.size()) != moov->size) {
-        logRefusal(Refusal::moovReadShort, name);
-        return refused(Refusal::moovReadShort);
-    }
-    // A moov that ran to the end of the file must say its size once media
-    // follows it.
-    if (moov->extendsToEnd)
-        MP4Bytes::put32(moovBytes.data(), std::uint32_t(moov->size));
-
-    switch (MP4ChunkOffsets::shift(moovBytes, 0, moovBytes.size(), std::int64_t(moov->size + padding))) {
-    case MP4ChunkOffsets::ShiftResult::shifted:
-        break;
-    case MP4ChunkOffsets::ShiftResult::stcoOverflow:
-        logRefusal(Refusal::stcoOverflow, name);
-        return refused(Refusal::stcoOverflow);
-    case MP4ChunkOffsets::ShiftResult::co64Overflow:
-        logRefusal(Refusal::co64Overflow, name);
-        return refused(Refusal::co64Overflow);
-    }
+    if (auto refusal = readShiftedMoov(source, *moov, name, std::int64_t(moov->size + padding), layout.moovBytes))
+        return refusal;
     layout.moov = *moov;
     layout.mdat = *mdat;
-    layout.moovBytes = std::move(moovBytes);
     return std::nullopt;
 }
 
@@ -182,34 +192,15 @@ std::optional<FastStartRelocator::Outcome> planPaddedAhead(const MP4File& source
                                                            const QString& name, std::uint64_t padding,
                                                            MoveLayout& layout)
 {
-    using Refusal = FastStartRelocator::Refusal;
     std::optional<MP4BoxHeader> moov;
     for (const MP4BoxHeader& b : MP4BoxHeader::listTopLevel(source, fileSize))
         if (!moov && b.is(kMoov))
             moov = b;
     if (!moov || moov->extendsToEnd)
-        return refused(Refusal::notAnMP4);
-    if (moov->size > FastStartRelocator::maxMoovSize) {
-        logRefusal(Refusal::moovTooLarge, name, moov->size);
-        return refused(Refusal::moovTooLarge, moov->size);
-    }
-    QByteArray moovBytes = source.readAt(moov->offset, moov->size);
-    if (std::uint64_t(moovBytes.size()) != moov->size) {
-        logRefusal(Refusal::moovReadShort, name);
-        return refused(Refusal::moovReadShort);
-    }
-    switch (MP4ChunkOffsets::shift(moovBytes, 0, moovBytes.size(), std::int64_t(padding))) {
-    case MP4ChunkOffsets::ShiftResult::shifted:
-        break;
-    case MP4ChunkOffsets::ShiftResult::stcoOverflow:
-        logRefusal(Refusal::stcoOverflow, name);
-        return refused(Refusal::stcoOverflow);
-    case MP4ChunkOffsets::ShiftResult::co64Overflow:
-        logRefusal(Refusal::co64Overflow, name);
-        return refused(Refusal::co64Overflow);
-    }
+        return refused(FastStartRelocator::Refusal::notAnMP4);
+    if (auto refusal = readShiftedMoov(source, *moov, name, std::int64_t(padding), layout.moovBytes))
+        return refusal;
     layout.moov = *moov;
-    layout.moovBytes = std::move(moovBytes);
     return std::nullopt;
 }
 
