@@ -3,6 +3,8 @@
 #include "cli/Console.h"
 #include "cli/ProgressReporter.h"
 #include "cli/SignalCancellation.h"
+#include "container/MP4BoxTree.h"
+#include "container/MP4MoovReader.h"
 #include "export/DefaultExportService.h"
 #include "export/DefaultMetadataWritingService.h"
 #include "export/ExportPreset.h"
@@ -18,6 +20,7 @@
 #include "sidecars/SidecarApplyPolicy.h"
 #include "sidecars/SidecarDiscoveryService.h"
 #include "sidecars/SidecarParserRegistry.h"
+#include "tools/IlstEditor.h"
 
 #include <QCommandLineParser>
 #include <QDir>
@@ -118,6 +121,28 @@ public:
 private:
     int id_ = 0;
 };
+
+// The picture embedded in a source file, or nothing. An MP4 file's items are
+// read from its moov directly: libav would first index every sample of a
+// long book (70 ms for a 500 MB one) to hand back the same picture.
+QByteArray embeddedCover(const QString& path)
+{
+    const QString ext = QFileInfo(path).suffix().toLower();
+    if (ext == u"m4b" || ext == u"m4a" || ext == u"mp4") {
+        try {
+            MP4BoxTree::Node moov = MP4BoxTree::parse(MP4MoovReader::read(path).data);
+            const QList<IlstEditor::Image> covers = IlstEditor(moov).covers();
+            return covers.isEmpty() ? QByteArray() : covers.first().bytes;
+        } catch (const std::exception&) {
+            // Not a plain MP4 after all: let libav have a look.
+        }
+    }
+    try {
+        return LibavAudioInspector().probe(path).coverImage;
+    } catch (const std::exception&) {
+        return {};
+    }
+}
 
 int failure(const QString& message)
 {
@@ -564,12 +589,8 @@ int BuildCommand::run(const QStringList& args)
     const QFileInfo firstInput(o.inputs.first());
     const QString fallbackTitle = firstInput.isDir() ? QDir(firstInput.absoluteFilePath()).dirName() : firstInput.completeBaseName();
     BookMetadata metadata = metadataFrom(o, tracks, fallbackTitle);
-    if (cover.isEmpty()) {
-        try {
-            cover = LibavAudioInspector().probe(tracks.front().url.toLocalFile()).coverImage;
-        } catch (const std::exception&) {
-        }
-    }
+    if (cover.isEmpty())
+        cover = embeddedCover(tracks.front().url.toLocalFile());
     if (!cover.isEmpty())
         metadata.coverImageData = cover;
 

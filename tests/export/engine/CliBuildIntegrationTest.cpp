@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QElapsedTimer>
+#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -14,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <csignal>
 
 using namespace folivox;
@@ -113,6 +115,59 @@ TEST_F(FolivoxCommand, BuildAppliesAChapterFileAcrossTwoFilesAndReportsJson)
     EXPECT_NEAR(Fixtures::decodedDuration(output), 8.0, 0.05 * 3);
     // Nothing but JSON on stdout.
     EXPECT_TRUE(r.out.trimmed().startsWith('{') && r.out.trimmed().endsWith('}'));
+}
+
+// Without --cover the book takes the picture its first file carries, read
+// from the moov of an M4B and through libav from an MP3's ID3 tag.
+TEST_F(FolivoxCommand, BuildCarriesTheFirstFilesOwnCover)
+{
+    const QString jpeg = path(QStringLiteral("front.jpg"));
+    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                                  QStringLiteral("testsrc=size=96x96:rate=1"), QStringLiteral("-frames:v"),
+                                  QStringLiteral("1"), jpeg}));
+    ASSERT_EQ(QImage(jpeg).size(), QSize(96, 96));
+
+    test::aacTone(path(QStringLiteral("book.m4b")), 3.0);
+    QProcess art;
+    art.start(QDir(qEnvironmentVariable("FOLIVOX_TOOLS_DIR")).filePath(QStringLiteral("mp4art")),
+              {QStringLiteral("--add"), jpeg, path(QStringLiteral("book.m4b"))});
+    ASSERT_TRUE(art.waitForFinished(30000));
+    ASSERT_EQ(art.exitCode(), 0) << art.readAllStandardError().toStdString();
+
+    test::mp3Tone(path(QStringLiteral("plain.mp3")), 3.0);
+    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-i"), path(QStringLiteral("plain.mp3")), QStringLiteral("-i"), jpeg,
+                                  QStringLiteral("-map"), QStringLiteral("0"), QStringLiteral("-map"), QStringLiteral("1"),
+                                  QStringLiteral("-c"), QStringLiteral("copy"), QStringLiteral("-id3v2_version"),
+                                  QStringLiteral("3"), path(QStringLiteral("pictured.mp3"))}));
+
+    for (const QString& source : {QStringLiteral("book.m4b"), QStringLiteral("pictured.mp3")}) {
+        const QString output = path(QStringLiteral("out-") + QFileInfo(source).completeBaseName() + QStringLiteral(".m4b"));
+        // Encoded, so the picture can only come from what the command read.
+        const CommandRun r = runFolivox({QStringLiteral("build"), path(source), QStringLiteral("-o"), output,
+                                         QStringLiteral("--bitrate"), QStringLiteral("32"),
+                                         QStringLiteral("--no-sidecar"), QStringLiteral("--quiet")},
+                                        dir_.path());
+        ASSERT_EQ(r.exitCode, 0) << source.toStdString() << ": " << r.err.toStdString();
+        const QString extracted = path(QStringLiteral("got-") + QFileInfo(source).completeBaseName() + QStringLiteral(".jpg"));
+        ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-i"), output, QStringLiteral("-map"), QStringLiteral("0:v"),
+                                      QStringLiteral("-c"), QStringLiteral("copy"), QStringLiteral("-frames:v"),
+                                      QStringLiteral("1"), QStringLiteral("-f"), QStringLiteral("image2"), extracted}))
+            << source.toStdString() << " built without a cover";
+        // The picture may be re-encoded on the way (about 9 levels of mean
+        // difference at the default quality); another picture, or a blank
+        // one, differs by far more.
+        const QImage got(extracted);
+        const QImage want(jpeg);
+        ASSERT_EQ(got.size(), want.size()) << source.toStdString();
+        double difference = 0;
+        for (int y = 0; y < want.height(); ++y)
+            for (int x = 0; x < want.width(); ++x) {
+                const QColor a = got.pixelColor(x, y);
+                const QColor b = want.pixelColor(x, y);
+                difference += std::abs(a.red() - b.red()) + std::abs(a.green() - b.green()) + std::abs(a.blue() - b.blue());
+            }
+        EXPECT_LT(difference / (3.0 * want.width() * want.height()), 20.0) << source.toStdString();
+    }
 }
 
 TEST_F(FolivoxCommand, CtrlCStopsTheBuildWithStatus130AndLeavesNothingBehind)
