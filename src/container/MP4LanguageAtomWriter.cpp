@@ -8,13 +8,10 @@
 #include "container/MP4MoovReader.h"
 #include "container/MP4MoovRewriter.h"
 #include "container/SafeFileReplace.h"
-#include "platform/AppPaths.h"
 #include "platform/Log.h"
 
 #include <QElapsedTimer>
-#include <QFile>
 #include <QFileInfo>
-#include <QUuid>
 
 #include <functional>
 
@@ -199,21 +196,7 @@ QStringList fullFilePath(const QString& path, const EditFn& edit)
         }
     }
 
-    const QString suffix = QFileInfo(path).suffix();
-    const QString temp = AppPaths::workRoot() + QStringLiteral("/") + QUuid::createUuid().toString(QUuid::WithoutBraces)
-        + (suffix.isEmpty() ? QString() : QStringLiteral(".") + suffix);
-    try {
-        MP4File out = MP4File::createNew(temp, 0644);
-        out.writeAt(0, buf);
-        out.sync();
-        out.close();
-        SafeFileReplace::replace(temp, path);
-    } catch (const SafeFileReplace::WriteInterruptedError&) {
-        throw; // the temporary file is the complete copy it names
-    } catch (...) {
-        QFile::remove(temp);
-        throw;
-    }
+    SafeFileReplace::writeWhole(path, buf);
     Log::write(kTag + QStringLiteral("%1 written via full-file path in %2s").arg(labels.join(u'+'), seconds(timer.elapsed())));
     return labels;
 }

@@ -6,13 +6,10 @@
 #include "container/MP4File.h"
 #include "container/MP4MoovReader.h"
 #include "container/SafeFileReplace.h"
-#include "platform/AppPaths.h"
 #include "platform/Log.h"
 
 #include <QElapsedTimer>
-#include <QFile>
 #include <QFileInfo>
-#include <QUuid>
 
 namespace folivox {
 
@@ -56,21 +53,7 @@ MP4MoovEditor::Result fullFile(const QString& path, const MP4MoovEditor::Edit& e
             return result;
         }
     }
-    const QString suffix = QFileInfo(path).suffix();
-    const QString temp = AppPaths::workRoot() + QStringLiteral("/") + QUuid::createUuid().toString(QUuid::WithoutBraces)
-        + (suffix.isEmpty() ? QString() : QStringLiteral(".") + suffix);
-    try {
-        MP4File out = MP4File::createNew(temp, 0644);
-        out.writeAt(0, file);
-        out.sync();
-        out.close();
-        SafeFileReplace::replace(temp, path);
-    } catch (const SafeFileReplace::WriteInterruptedError&) {
-        throw; // the temporary file is the complete copy it names
-    } catch (...) {
-        QFile::remove(temp);
-        throw;
-    }
+    SafeFileReplace::writeWhole(path, file);
     Log::write(kTag + QStringLiteral("'%1' rewritten whole (%2) in %3 ms").arg(name, reason).arg(timer.elapsed()));
     result.route = MP4MoovEditor::Route::fullFile;
     return result;

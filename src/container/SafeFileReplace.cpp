@@ -3,6 +3,7 @@
 #include "container/FaultInjection.h"
 #include "container/FileRangeCopier.h"
 #include "container/MP4File.h"
+#include "platform/AppPaths.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 
@@ -173,6 +174,25 @@ void SafeFileReplace::replace(const QString& finishedFile, const QString& target
         throw WriteInterruptedError(target, finishedFile, QString::fromLocal8Bit(e.what()));
     }
     ::unlink(src.constData());
+}
+
+void SafeFileReplace::writeWhole(const QString& target, const QByteArray& bytes)
+{
+    const QString suffix = QFileInfo(target).suffix();
+    const QString temp = AppPaths::workRoot() + QStringLiteral("/") + QUuid::createUuid().toString(QUuid::WithoutBraces)
+        + (suffix.isEmpty() ? QString() : QStringLiteral(".") + suffix);
+    try {
+        MP4File out = MP4File::createNew(temp, 0644);
+        out.writeAt(0, bytes);
+        out.sync();
+        out.close();
+        replace(temp, target);
+    } catch (const WriteInterruptedError&) {
+        throw; // the temporary file is the complete copy it names
+    } catch (...) {
+        QFile::remove(temp);
+        throw;
+    }
 }
 
 } // namespace folivox

@@ -60,6 +60,12 @@ public:
     // target was left damaged with a complete copy kept.
     static void replace(const QString& finishedFile, const QString& target);
 
+    // Replaces target's whole content with bytes: written to a temporary
+    // file in FolivoxWork (with target's extension), synchronised, then put
+    // in place with replace(). Throws as replace() does, or MP4FileError
+    // when the temporary file can't be written (it is removed then).
+    static void writeWhole(const QString& target, const QByteArray& bytes);
+
 };
 
 } // namespace folivox
