@@ -462,6 +462,18 @@ QString BuildCommand::defaultOutput(const QString& title, OutputFormat format, c
     return QDir(folder).absoluteFilePath(base);
 }
 
+QString BuildCommand::outputPath(const std::optional<QString>& requested, const QString& title, OutputFormat format)
+{
+    if (!requested)
+        return defaultOutput(title, format, QDir::currentPath());
+    const QFileInfo info(*requested);
+    if (format != OutputFormat::m4b)
+        return info.absoluteFilePath();
+    if (info.isDir())
+        return defaultOutput(title, format, info.absoluteFilePath());
+    return info.suffix().isEmpty() ? info.absoluteFilePath() + QStringLiteral(".m4b") : info.absoluteFilePath();
+}
+
 int BuildCommand::run(const QStringList& args)
 {
     const auto parsed = parse(args);
@@ -594,12 +606,7 @@ int BuildCommand::run(const QStringList& args)
     if (!cover.isEmpty())
         metadata.coverImageData = cover;
 
-    QString output = o.output ? QFileInfo(*o.output).absoluteFilePath()
-                              : defaultOutput(metadata.title, settings.outputFormat, QDir::currentPath());
-    if (settings.outputFormat == OutputFormat::m4b && QFileInfo(output).isDir())
-        output = defaultOutput(metadata.title, OutputFormat::m4b, output);
-    else if (settings.outputFormat == OutputFormat::m4b && QFileInfo(output).suffix().isEmpty())
-        output += QStringLiteral(".m4b");
+    const QString output = outputPath(o.output, metadata.title, settings.outputFormat);
     if (settings.outputFormat != OutputFormat::m4b && QFileInfo(output).isFile())
         return failure(QStringLiteral("the output for %1 files must be a folder, and %2 is a file")
                            .arg(label(settings.outputFormat), output));

@@ -85,6 +85,9 @@ public:
     // "<Title>.m4b" (a folder "<Title>" for M4A and MP3) in `folder`, the
     // title made safe for a file name.
     static QString defaultOutput(const QString& title, OutputFormat format, const QString& folder);
+    // Where a build writes, given -o (absent, a folder, or a path without
+    // extension, which for an M4B gets ".m4b").
+    static QString outputPath(const std::optional<QString>& requested, const QString& title, OutputFormat format);
 };
 
 } // namespace folivox::cli

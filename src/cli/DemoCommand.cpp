@@ -142,7 +142,10 @@ int DemoCommand::run(const QStringList& args)
         Console::err(QStringLiteral("folivox demo: ") + e.description() + u'\n');
         return ExitFailure;
     }
-    const QString target = output ? QFileInfo(*output).absoluteFilePath() : freeOutputPath(QDir::currentPath());
+    const QString target = !output                     ? freeOutputPath(QDir::currentPath())
+                           : QFileInfo(*output).isDir() ? freeOutputPath(*output)
+                                                        : BuildCommand::outputPath(output, QString::fromLatin1(bookTitle),
+                                                                                   OutputFormat::m4b);
     QStringList buildArgs{work.path(),
                           QStringLiteral("--title"),
                           QString::fromLatin1(bookTitle),

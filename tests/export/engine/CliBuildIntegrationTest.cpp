@@ -257,4 +257,11 @@ TEST_F(FolivoxCommand, DemoBuildsTheSampleBookIntoTheCurrentFolder)
     const CommandRun again = runFolivox({QStringLiteral("demo"), QStringLiteral("--quiet")}, dir_.path());
     ASSERT_EQ(again.exitCode, 0) << again.err.toStdString();
     EXPECT_TRUE(QFile::exists(path(QStringLiteral("Folivox Sample Book 2.m4b"))));
+    // A path without an extension gets ".m4b", and the closing line names
+    // the file that was written.
+    const CommandRun named = runFolivox({QStringLiteral("demo"), QStringLiteral("-o"), QStringLiteral("mine")}, dir_.path());
+    ASSERT_EQ(named.exitCode, 0) << named.err.toStdString();
+    EXPECT_TRUE(QFile::exists(path(QStringLiteral("mine.m4b"))));
+    EXPECT_TRUE(QString::fromUtf8(named.out).contains(QStringLiteral("Listen to it: ") + path(QStringLiteral("mine.m4b")) + u'\n'))
+        << named.out.toStdString();
 }
