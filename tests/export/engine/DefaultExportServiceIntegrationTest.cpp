@@ -1,6 +1,7 @@
 // Whole builds through the driver with real ffmpeg: the strategy chosen, the
 // audio that comes out, the chapter marks, and what a failed or cancelled
 // build leaves behind.
+#include "container/FaultInjection.h"
 #include "export/ChildProcessReaper.h"
 #include "export/DefaultExportService.h"
 #include "export/FFmpegAudioEncoder.h"
@@ -318,6 +319,50 @@ TEST_F(EngineBuild, ACancelledBuildLeavesNoProcessNoWorkFolderAndThePreviousFile
             EXPECT_FALSE(QFile::exists(output));
         }
         EXPECT_TRUE(metadata_->requests().empty());
+    }
+}
+
+TEST_F(EngineBuild, ACancelDuringAPassthroughCopyStopsTheCopyAndLeavesNothing)
+{
+    // About 12 MB of AAC, so the copy reports several pieces before its end.
+    const Track piece = test::aacTone(path(QStringLiteral("src/piece.m4a")), 4.0, 500, 2, 160);
+    const QString big = path(QStringLiteral("src/Long.m4b"));
+    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-stream_loop"), QStringLiteral("150"), QStringLiteral("-i"),
+                                  piece.url.toLocalFile(), QStringLiteral("-c"), QStringLiteral("copy"),
+                                  QStringLiteral("-f"), QStringLiteral("ipod"), big}));
+    const Track source = test::realTrack(big, QStringLiteral("aac-lc"), 44100, 2, 160000, Fixtures::decodedDuration(big));
+    ASSERT_GT(QFileInfo(big).size(), 10 * 1024 * 1024);
+    for (const bool preExisting : {true, false}) {
+        SCOPED_TRACE(preExisting ? "pre-existing output" : "no output before");
+        const QString output = path(preExisting ? QStringLiteral("Kept.m4b") : QStringLiteral("Fresh.m4b"));
+        if (preExisting) {
+            ASSERT_TRUE(Fixtures::writeFile(output, "the user's own book"));
+        }
+        DefaultExportService service(dependencies());
+        auto r = request({source}, output);
+        r.settings.cbrBitrateKbps = 160;
+        auto token = std::make_shared<ManualCancellationToken>();
+        // The cancel lands on the worker, right after the first piece of the
+        // copy has been written.
+        std::atomic<int> pieces{0};
+        FaultInjection::Scope cancelInCopy([&](const QString& point) {
+            if (point == QLatin1String("relocate.piece") && ++pieces == 1)
+                token->cancel();
+        });
+        LogCapture capture;
+        const Build b = run(service, r, token);
+
+        ASSERT_TRUE(b.result.cancelled()) << errorText(b).toStdString();
+        EXPECT_EQ(pieces.load(), 1) << "the copy went on after the cancel";
+        EXPECT_EQ(b.completions, 1);
+        EXPECT_FALSE(capture.contains(QStringLiteral("[Passthrough] Copied "))) << "the copy ran to its end";
+        EXPECT_TRUE(test::leftoverWorkFolders(capture.lines()).isEmpty());
+        EXPECT_TRUE(metadata_->requests().empty());
+        if (preExisting) {
+            EXPECT_EQ(Fixtures::readFile(output), QByteArray("the user's own book"));
+        } else {
+            EXPECT_FALSE(QFile::exists(output));
+        }
     }
 }
 
