@@ -9,7 +9,9 @@
 //     replacement the relocator makes, done with the shell's tools;
 //   - FastStartRelocator::relocate, whole, and its streaming phase alone
 //     (from the first piece to the last, taken from its fault-injection
-//     points), which is the part comparable to `cp` alone.
+//     points), which is the part comparable to `cp` alone. "Whole" ends when
+//     the relocated book is on disk under its name; the kernel's freeing of
+//     the replaced file's blocks goes on in the background after that.
 // Each is run three times; the best run counts.
 #include "container/FastStartRelocator.h"
 #include "container/FaultInjection.h"

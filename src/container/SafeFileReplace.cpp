@@ -3,6 +3,7 @@
 #include "container/FaultInjection.h"
 #include "container/FileRangeCopier.h"
 #include "container/MP4File.h"
+#include "container/ReplacedFileRelease.h"
 #include "platform/AppPaths.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
@@ -114,8 +115,12 @@ void SafeFileReplace::replace(const QString& finishedFile, const QString& target
     if (::chmod(src.constData(), mode) != 0)
         throw Error(Error::Kind::replaceFailed, target, sysText(errno));
 
+    // The replaced file is released after the rename, off this thread.
+    ReplacedFileRelease previous(targetExists && !targetIsLink ? dst : QByteArray());
+
     // 1. Same volume: one atomic rename.
     if (::rename(src.constData(), dst.constData()) == 0) {
+        previous.releaseInBackground();
         syncFolder(target);
         return;
     }
@@ -148,6 +153,7 @@ void SafeFileReplace::replace(const QString& finishedFile, const QString& target
                 ::unlink(sib.constData());
                 throw Error(Error::Kind::replaceFailed, target, sysText(err));
             }
+            previous.releaseInBackground();
             syncFolder(target);
             ::unlink(src.constData());
             return;

@@ -5,8 +5,10 @@
 #include "container/SafeFileReplace.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
@@ -22,6 +24,32 @@ QByteArray pattern(qsizetype size, char seed)
     for (qsizetype i = 0; i < size; ++i)
         b[i] = char(seed + (i * 7) % 251);
     return b;
+}
+
+// Descriptors of this process that still refer to a file named `path` that
+// has since been replaced or removed.
+int deletedFilesStillOpen(const QString& path)
+{
+    int n = 0;
+    const QString wanted = QFileInfo(path).absoluteFilePath() + QStringLiteral(" (deleted)");
+    const auto fds = QDir(QStringLiteral("/proc/self/fd")).entryInfoList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    for (const QFileInfo& fd : fds)
+        if (fd.symLinkTarget() == wanted)
+            ++n;
+    return n;
+}
+
+// The replaced file is let go on a background thread: allow it a moment.
+bool replacedFileReleased(const QString& path)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (deletedFilesStillOpen(path) > 0) {
+        if (clock.elapsed() > 5000)
+            return false;
+        QThread::msleep(5);
+    }
+    return true;
 }
 
 std::uint64_t inodeOf(const QString& path)
@@ -180,4 +208,35 @@ TEST(SafeFileReplaceTest, OverwritesInPlaceWhenTheFolderRefusesNewFilesAndKeepsA
         EXPECT_EQ(modeOf(target), 0664u);
         EXPECT_FALSE(QFile::exists(finished));
     }
+}
+
+TEST(SafeFileReplaceTest, TheReplacedFileIsLetGoOnEveryPath)
+{
+    QTemporaryDir dir;
+    const QString target = dir.filePath("book.m4b");
+    const QString finished = dir.filePath(".new.tmp");
+
+    // A rename over an existing book.
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(writeBytes(target, pattern(3 * 1024 * 1024, char(round))));
+        ASSERT_TRUE(writeBytes(finished, pattern(1024, char(40 + round))));
+        SafeFileReplace::replace(finished, target);
+        EXPECT_EQ(readBytes(target), pattern(1024, char(40 + round)));
+        EXPECT_TRUE(replacedFileReleased(target)) << "round " << round;
+    }
+
+    // A failed replace (the finished file is missing) holds nothing either.
+    EXPECT_ANY_THROW(SafeFileReplace::replace(dir.filePath("missing.tmp"), target));
+    EXPECT_EQ(readBytes(target), pattern(1024, char(42)));
+
+    // Across volumes, through the copy beside the target.
+    QTemporaryDir other(QStringLiteral("/dev/shm/folivox-test-XXXXXX"));
+    if (other.isValid()) {
+        const QString remote = other.filePath("finished.tmp");
+        ASSERT_TRUE(writeBytes(remote, pattern(2048, 7)));
+        SafeFileReplace::replace(remote, target);
+        EXPECT_EQ(readBytes(target), pattern(2048, 7));
+        EXPECT_TRUE(replacedFileReleased(target));
+    }
+    EXPECT_EQ(deletedFilesStillOpen(target), 0);
 }
