@@ -1,37 +1,17 @@
 #include "cli/BuildCommand.h"
 
+#include "build/BuildFailure.h"
+#include "build/BuildOutputPlanner.h"
+#include "build/BuildUseCase.h"
+#include "cli/BuildResultPrinter.h"
 #include "cli/Console.h"
 #include "cli/ProgressReporter.h"
-#include "cli/SignalCancellation.h"
-#include "container/MP4BoxTree.h"
-#include "container/MP4MoovReader.h"
-#include "export/DefaultExportService.h"
-#include "export/DefaultMetadataWritingService.h"
+#include "cli/CancelOnSignal.h"
 #include "export/ExportPreset.h"
-#include "export/ExportSettingsValidator.h"
-#include "export/FFmpegWrapper.h"
 #include "export/ManualCancellationToken.h"
-#include "export/MultiFileExportStrategy.h"
-#include "export/UserFacingError.h"
-#include "import/ImportCoordinator.h"
-#include "import/LibavAudioInspector.h"
-#include "platform/Error.h"
 #include "platform/Log.h"
-#include "sidecars/SidecarApplyPolicy.h"
-#include "sidecars/SidecarDiscoveryService.h"
-#include "sidecars/SidecarParserRegistry.h"
-#include "tools/IlstEditor.h"
 
 #include <QCommandLineParser>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QImage>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-
-#include <cmath>
 
 namespace folivox::cli {
 
@@ -39,19 +19,19 @@ namespace {
 
 struct TagOption {
     const char* name;
-    std::optional<QString> BookMetadata::*field;
+    std::optional<QString> BookMetadataPatch::*field;
 };
 
 // The tag options other than --title and --series-index (which are not
 // optional strings in BookMetadata).
 const TagOption kTagOptions[] = {
-    {"author", &BookMetadata::author},         {"narrator", &BookMetadata::narrator},
-    {"series", &BookMetadata::seriesName},     {"year", &BookMetadata::year},
-    {"genre", &BookMetadata::genre},           {"language", &BookMetadata::language},
-    {"description", &BookMetadata::description}, {"summary", &BookMetadata::summary},
-    {"comment", &BookMetadata::comment},       {"publisher", &BookMetadata::publisher},
-    {"copyright", &BookMetadata::copyright},   {"sort-title", &BookMetadata::sortTitle},
-    {"sort-author", &BookMetadata::sortAuthor},
+    {"author", &BookMetadataPatch::author},         {"narrator", &BookMetadataPatch::narrator},
+    {"series", &BookMetadataPatch::seriesName},     {"year", &BookMetadataPatch::year},
+    {"genre", &BookMetadataPatch::genre},           {"language", &BookMetadataPatch::language},
+    {"description", &BookMetadataPatch::description}, {"summary", &BookMetadataPatch::summary},
+    {"comment", &BookMetadataPatch::comment},       {"publisher", &BookMetadataPatch::publisher},
+    {"copyright", &BookMetadataPatch::copyright},   {"sort-title", &BookMetadataPatch::sortTitle},
+    {"sort-author", &BookMetadataPatch::sortAuthor},
 };
 
 template<class T>
@@ -75,81 +55,6 @@ std::optional<int> positiveInt(const QString& text)
     return v;
 }
 
-QString clockText(double seconds)
-{
-    const qint64 s = static_cast<qint64>(std::llround(std::max(0.0, seconds)));
-    return QStringLiteral("%1:%2:%3").arg(s / 3600).arg((s / 60) % 60, 2, 10, QChar(u'0')).arg(s % 60, 2, 10, QChar(u'0'));
-}
-
-// The first non-empty value of a track field, if every track that has one agrees on it.
-std::optional<QString> agreed(const std::vector<Track>& tracks, std::optional<QString> Track::*field)
-{
-    std::optional<QString> value;
-    for (const Track& t : tracks) {
-        const auto& v = t.*field;
-        if (!v || v->trimmed().isEmpty())
-            continue;
-        if (!value)
-            value = v->trimmed();
-        else if (*value != v->trimmed())
-            return std::nullopt;
-    }
-    return value;
-}
-
-std::optional<QString> first(const std::vector<Track>& tracks, std::optional<QString> Track::*field)
-{
-    for (const Track& t : tracks) {
-        const auto& v = t.*field;
-        if (v && !v->trimmed().isEmpty())
-            return v->trimmed();
-    }
-    return std::nullopt;
-}
-
-class SignalScope {
-public:
-    explicit SignalScope(std::shared_ptr<ManualCancellationToken> token)
-    {
-        SignalCancellation::install();
-        id_ = SignalCancellation::onCancel([token] { token->cancel(); });
-    }
-    ~SignalScope() { SignalCancellation::removeCallback(id_); }
-    SignalScope(const SignalScope&) = delete;
-    SignalScope& operator=(const SignalScope&) = delete;
-
-private:
-    int id_ = 0;
-};
-
-// The picture embedded in a source file, or nothing. An MP4 file's items are
-// read from its moov directly: libav would first index every sample of a
-// long book (70 ms for a 500 MB one) to hand back the same picture.
-QByteArray embeddedCover(const QString& path)
-{
-    const QString ext = QFileInfo(path).suffix().toLower();
-    if (ext == u"m4b" || ext == u"m4a" || ext == u"mp4") {
-        try {
-            MP4BoxTree::Node moov = MP4BoxTree::parse(MP4MoovReader::read(path).data);
-            const QList<IlstEditor::Image> covers = IlstEditor(moov).covers();
-            return covers.isEmpty() ? QByteArray() : covers.first().bytes;
-        } catch (const std::exception&) {
-            // Not a plain MP4 after all: let libav have a look.
-        }
-    }
-    try {
-        return LibavAudioInspector().probe(path).coverImage;
-    } catch (const std::exception&) {
-        return {};
-    }
-}
-
-int failure(const QString& message)
-{
-    Console::err(QStringLiteral("folivox build: ") + message + u'\n');
-    return ExitFailure;
-}
-
 } // namespace
 
 QString BuildCommand::name() const
@@ -168,7 +73,8 @@ QString BuildCommand::usage() const
         "Usage: folivox build [options] INPUT...\n\n"
         "Builds one audiobook from audio files and folders.\n\n"
         "Output:\n"
-        "  -o PATH                    the book (m4b) or the folder (m4a, mp3); default <Title>.m4b here\n"
+        "  -o PATH                    the book (m4b) or the folder (m4a, mp3); default <Title>.m4b here;\n"
+        "                             a name ending in .m4b sets --format m4b\n"
         "  --format m4b|m4a|mp3       one chaptered M4B, or one file per chapter\n"
         "  --preset NAME              custom, highDetail, balanced, spaceSaver, iPodCompatibility\n"
         "  --codec aac-lc|he-aac\n"
@@ -184,6 +90,8 @@ QString BuildCommand::usage() const
         "Chapters and order:\n"
         "  --chapters FILE            a chapter file to apply (cue, ffmetadata, mp4chaps, Audacity labels, ...)\n"
         "  --no-sidecar               ignore chapter files beside the audio\n"
+        "  --skip-unreadable          build from the readable files and list the others\n"
+        "                             (without it, any input that cannot be read fails the build)\n"
         "  --sort auto|filename|trackNumber|title|dateModified\n\n"
         "Running:\n"
         "  -j N                       parallel encoding jobs\n"
@@ -209,7 +117,7 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
         p.addOption(value(name, "VALUE"));
     for (const TagOption& t : kTagOptions)
         p.addOption(value(t.name, "VALUE"));
-    for (const char* flag : {"keep-bitrate", "snap-to-chapters", "no-sidecar", "json", "quiet", "verbose"})
+    for (const char* flag : {"keep-bitrate", "snap-to-chapters", "no-sidecar", "skip-unreadable", "json", "quiet", "verbose"})
         p.addOption(QCommandLineOption(QString::fromLatin1(flag)));
     if (!p.parse(QStringList{QStringLiteral("folivox build")} + args))
         return p.errorText();
@@ -298,24 +206,22 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
     }
     if (p.isSet(QStringLiteral("title"))) {
         o.tags.title = p.value(QStringLiteral("title"));
-        o.tagsGiven << QStringLiteral("title");
     }
     if (p.isSet(QStringLiteral("series-index"))) {
         const QString v = p.value(QStringLiteral("series-index"));
         o.tags.seriesIndex = SeriesIndex::parse(v);
         if (!o.tags.seriesIndex)
             return bad("series-index", v);
-        o.tagsGiven << QStringLiteral("series-index");
     }
     for (const TagOption& t : kTagOptions) {
         if (p.isSet(QString::fromLatin1(t.name))) {
             o.tags.*(t.field) = p.value(QString::fromLatin1(t.name));
-            o.tagsGiven << QString::fromLatin1(t.name);
         }
     }
     if (p.isSet(QStringLiteral("chapters")))
         o.chapters = p.value(QStringLiteral("chapters"));
     o.noSidecar = p.isSet(QStringLiteral("no-sidecar"));
+    o.skipUnreadable = p.isSet(QStringLiteral("skip-unreadable"));
     if (p.isSet(QStringLiteral("sort"))) {
         const QString v = p.value(QStringLiteral("sort"));
         o.sort = trackSortModeFromString(v);
@@ -335,15 +241,14 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
     return o;
 }
 
-ExportSettings BuildCommand::settingsFrom(const Options& o)
+ExportSettings BuildCommand::settingsFrom(const Options& o, OutputFormat format)
 {
     ExportSettings s;
     if (o.preset) {
         if (const auto preset = enumFromName<ExportPreset>(*o.preset))
             s = presetSettings(*preset);
     }
-    if (o.format)
-        s.outputFormat = *o.format;
+    s.outputFormat = format;
     if (o.codec)
         s.codec = *o.codec;
     if (o.bitrate) {
@@ -373,305 +278,52 @@ ExportSettings BuildCommand::settingsFrom(const Options& o)
     return s;
 }
 
-BookMetadata BuildCommand::metadataFrom(const Options& o, const std::vector<Track>& tracks, const QString& fallbackTitle)
+BuildRequest BuildCommand::requestFrom(const Options& o)
 {
-    BookMetadata m;
-    m.title = first(tracks, &Track::album).value_or(QString());
-    m.author = agreed(tracks, &Track::albumArtist);
-    if (!m.author)
-        m.author = agreed(tracks, &Track::artist);
-    m.narrator = agreed(tracks, &Track::narrator);
-    m.year = agreed(tracks, &Track::year);
-    m.genre = agreed(tracks, &Track::genre);
-    m.language = agreed(tracks, &Track::language);
-    m.publisher = agreed(tracks, &Track::publisher);
-    m.copyright = agreed(tracks, &Track::copyright);
-    m.description = first(tracks, &Track::longDescription);
-    if (!m.description)
-        m.description = first(tracks, &Track::trackDescription);
-    m.seriesName = agreed(tracks, &Track::seriesName);
-    for (const Track& t : tracks) {
-        if (t.seriesIndex) {
-            m.seriesIndex = t.seriesIndex;
-            break;
-        }
-    }
-    m.sortTitle = agreed(tracks, &Track::sortTitleOverride);
-    m.sortAuthor = agreed(tracks, &Track::sortAuthorOverride);
-    m.sortAlbum = agreed(tracks, &Track::sortAlbumOverride);
-    m.encodedWith = QStringLiteral("Folivox");
-
-    if (o.tagsGiven.contains(QStringLiteral("title")))
-        m.title = o.tags.title;
-    if (o.tags.seriesIndex)
-        m.seriesIndex = o.tags.seriesIndex;
-    for (const TagOption& t : kTagOptions) {
-        if (o.tags.*(t.field))
-            m.*(t.field) = o.tags.*(t.field);
-    }
-    if (m.title.trimmed().isEmpty())
-        m.title = fallbackTitle;
-    return m;
-}
-
-std::vector<Bookmark> BuildCommand::bookmarksFromChapters(const std::vector<Track>& tracks,
-                                                          const QList<NormalizedChapter>& chapters)
-{
-    std::vector<double> starts;
-    double total = 0;
-    for (const Track& t : tracks) {
-        starts.push_back(total);
-        total += std::max(0.0, t.duration);
-    }
-    constexpr double eps = 0.001;
-    std::vector<Bookmark> out;
-    for (qsizetype i = 0; i < chapters.size(); ++i) {
-        const double start = std::max(0.0, double(chapters[i].startMs) / 1000.0);
-        double end = i + 1 < chapters.size() ? double(chapters[i + 1].startMs) / 1000.0 : total;
-        if (chapters[i].endMs)
-            end = std::min(end, double(*chapters[i].endMs) / 1000.0);
-        end = std::min(end, total);
-        if (end - start <= eps || start >= total)
-            continue;
-        Bookmark b;
-        b.title = chapters[i].title;
-        b.isSidecarChapter = true;
-        b.duration = end - start;
-        for (std::size_t k = 0; k < tracks.size(); ++k) {
-            const double trackEnd = starts[k] + tracks[k].duration;
-            if (b.tracks.empty()) {
-                if (trackEnd - eps <= start)
-                    continue;
-                b.startOffset = start - starts[k];
-            } else if (starts[k] >= end - eps) {
-                break;
-            }
-            b.tracks.push_back(tracks[k]);
-        }
-        if (!b.tracks.empty())
-            out.push_back(std::move(b));
-    }
-    return out;
-}
-
-QString BuildCommand::defaultOutput(const QString& title, OutputFormat format, const QString& folder)
-{
-    const QString base = MultiFileExportStrategy::sanitizedTitle(title.isEmpty() ? QStringLiteral("Audiobook") : title);
-    if (format == OutputFormat::m4b)
-        return QDir(folder).absoluteFilePath(base + QStringLiteral(".m4b"));
-    return QDir(folder).absoluteFilePath(base);
-}
-
-QString BuildCommand::outputPath(const std::optional<QString>& requested, const QString& title, OutputFormat format)
-{
-    if (!requested)
-        return defaultOutput(title, format, QDir::currentPath());
-    const QFileInfo info(*requested);
-    if (format != OutputFormat::m4b)
-        return info.absoluteFilePath();
-    if (info.isDir())
-        return defaultOutput(title, format, info.absoluteFilePath());
-    return info.suffix().isEmpty() ? info.absoluteFilePath() + QStringLiteral(".m4b") : info.absoluteFilePath();
+    BuildRequest r;
+    r.inputs = o.inputs;
+    r.settings = settingsFrom(o, BuildOutputPlanner::reconcileFormat(o.format, o.output));
+    r.tags = o.tags;
+    r.coverPath = o.cover;
+    r.chapterFile = o.chapters;
+    r.noSidecar = o.noSidecar;
+    r.sort = o.sort;
+    r.output = o.output;
+    r.parallelJobs = o.jobs;
+    r.logFile = o.logFile;
+    r.skipUnreadable = o.skipUnreadable;
+    return r;
 }
 
 int BuildCommand::run(const QStringList& args)
 {
+    const bool json = args.contains(QStringLiteral("--json"));
     const auto parsed = parse(args);
-    if (const QString* error = std::get_if<QString>(&parsed)) {
-        Console::err(QStringLiteral("folivox build: ") + *error + QStringLiteral("\nRun 'folivox build --help' for the options.\n"));
-        return ExitUsage;
-    }
+    if (const QString* error = std::get_if<QString>(&parsed))
+        return BuildResultPrinter::printFailure(BuildFailure::usage(*error), json);
     const Options& o = std::get<Options>(parsed);
     Log::setVerbose(o.verbose);
-    const ExportSettings settings = settingsFrom(o);
-    try {
-        ExportSettingsValidator::validate(settings);
-    } catch (const Error& e) {
-        Console::err(QStringLiteral("folivox build: ") + e.description() + u'\n');
-        return ExitUsage;
-    }
-
-    QList<QUrl> inputs;
-    for (const QString& input : o.inputs) {
-        const QFileInfo info(input);
-        if (!info.exists())
-            return failure(QStringLiteral("no such file or folder: ") + input);
-        inputs << QUrl::fromLocalFile(info.absoluteFilePath());
-    }
-    QByteArray cover;
-    if (o.cover) {
-        QFile file(*o.cover);
-        if (!file.open(QIODevice::ReadOnly))
-            return failure(QStringLiteral("cannot read the cover image ") + *o.cover + QStringLiteral(": ") + file.errorString());
-        cover = file.readAll();
-        if (QImage::fromData(cover).isNull())
-            return failure(QStringLiteral("the cover ") + *o.cover + QStringLiteral(" is not an image Folivox can read"));
-    }
 
     auto token = std::make_shared<ManualCancellationToken>();
-    SignalScope signalScope(token);
+    CancelOnSignal cancelOnSignal(token);
     ProgressReporter progress = ProgressReporter::forConsole(o.quiet);
-    const auto note = [&o](const QString& text) {
-        if (!o.quiet)
-            Console::err(text + u'\n');
+    BuildUseCase::Sinks sinks;
+    sinks.progress = [&progress](const QString& phase, double fraction) { progress.update(phase, fraction); };
+    sinks.note = [&progress](const QString& text) {
+        // Warnings reach the user even with --quiet: a file left out or a
+        // chapter-file problem must never pass in silence.
+        progress.finish();
+        Console::err(text + u'\n');
     };
-
-    // Import.
-    auto ffmpeg = std::make_shared<FFmpegWrapper>();
-    ImportCoordinator coordinator;
-    if (o.sort)
-        coordinator.trackSortMode = *o.sort;
-    const QString importing = QStringLiteral("Importing files…");
-    coordinator.onProgress = [&progress, &importing](int done, int total) {
-        progress.update(importing, total > 0 ? double(done) / total : 0.0);
-    };
-    const ImportResult imported = coordinator.import(inputs, *token);
-    if (token->isCancelled() || imported.status == ImportResult::Status::cancelled) {
+    try {
+        const BuildResult result = BuildUseCase().run(requestFrom(o), token, sinks);
         progress.finish();
-        Console::err(QStringLiteral("folivox build: cancelled\n"));
-        return ExitCancelled;
-    }
-    if (imported.status == ImportResult::Status::refused || imported.status == ImportResult::Status::busy) {
+        BuildResultPrinter::printSuccess(result, o.json);
+        return ExitSuccess;
+    } catch (const BuildFailure& failure) {
         progress.finish();
-        return failure(imported.alert ? imported.alert->message : QStringLiteral("the files cannot be combined into one book"));
+        return BuildResultPrinter::printFailure(failure, o.json, o.quiet);
     }
-    const std::vector<Track> tracks = coordinator.bookTracks();
-    std::vector<Bookmark> bookmarks = coordinator.bookChapters();
-    if (imported.report)
-        note(imported.report->title + QStringLiteral(": ") + imported.report->message);
-    if (tracks.empty() || imported.status == ImportResult::Status::nothingImported) {
-        progress.finish();
-        QStringList names;
-        for (const auto& u : imported.outcome.unreadableFiles)
-            names << QFileInfo(u.url.toLocalFile()).fileName() + QStringLiteral(" (")
-                    + TrackLoadOutcome::reasonText(u.reason) + u')';
-        return failure(names.isEmpty() ? QStringLiteral("no audio found in the inputs")
-                                       : QStringLiteral("no audio could be read: ") + names.join(QStringLiteral(", ")));
-    }
-
-    // Chapters: a chapter file given or dropped with the audio, or one found beside it.
-    std::optional<QString> chapterFile = o.chapters;
-    if (!chapterFile && !imported.droppedSidecarFiles.isEmpty())
-        chapterFile = imported.droppedSidecarFiles.first().toLocalFile();
-    QString chapterSource = QStringLiteral("audio");
-    if (chapterFile) {
-        SidecarDiscoveryService discovery;
-        QString text;
-        try {
-            text = discovery.readText(*chapterFile);
-        } catch (const Error& e) {
-            progress.finish();
-            return failure(QStringLiteral("cannot read the chapter file ") + *chapterFile + QStringLiteral(": ") + e.description());
-        }
-        const auto result = SidecarParserRegistry::parse(text, QUrl::fromLocalFile(QFileInfo(*chapterFile).absoluteFilePath()));
-        if (!result || result->chapters.isEmpty()) {
-            progress.finish();
-            return failure(QStringLiteral("no chapters could be read from ") + *chapterFile);
-        }
-        for (const SidecarWarning& w : result->warnings) {
-            if (w.severity != SidecarWarningSeverity::info)
-                note(QStringLiteral("%1: %2").arg(QFileInfo(*chapterFile).fileName(), w.message));
-        }
-        auto fromFile = bookmarksFromChapters(tracks, result->chapters);
-        if (fromFile.empty()) {
-            progress.finish();
-            return failure(QStringLiteral("the chapters of ") + *chapterFile + QStringLiteral(" lie beyond the end of the audio"));
-        }
-        bookmarks = std::move(fromFile);
-        chapterSource = QFileInfo(*chapterFile).fileName();
-    } else {
-        QList<SidecarAudioInput> audio;
-        for (const Track& t : tracks)
-            audio.append({t.url, static_cast<std::int64_t>(std::llround(t.duration * 1000.0))});
-        SidecarDiscoveryService discovery;
-        const SidecarApplyPolicy::Decision decision = SidecarApplyPolicy::decide(discovery.discover(audio), o.noSidecar);
-        Log::write(QStringLiteral("[Sidecar] ") + decision.reason);
-        if (decision.shouldApply() && decision.match) {
-            auto fromFile = bookmarksFromChapters(tracks, decision.match->chapters);
-            if (!fromFile.empty()) {
-                bookmarks = std::move(fromFile);
-                chapterSource = QFileInfo(decision.match->sidecarURL.toLocalFile()).fileName();
-            }
-        }
-        if (decision.action != SidecarApplyPolicy::Action::ignore || decision.shouldApply())
-            note(decision.reason);
-    }
-
-    // Tags, cover and the output.
-    const QFileInfo firstInput(o.inputs.first());
-    const QString fallbackTitle = firstInput.isDir() ? QDir(firstInput.absoluteFilePath()).dirName() : firstInput.completeBaseName();
-    BookMetadata metadata = metadataFrom(o, tracks, fallbackTitle);
-    if (cover.isEmpty())
-        cover = embeddedCover(tracks.front().url.toLocalFile());
-    if (!cover.isEmpty())
-        metadata.coverImageData = cover;
-
-    const QString output = outputPath(o.output, metadata.title, settings.outputFormat);
-    if (settings.outputFormat != OutputFormat::m4b && QFileInfo(output).isFile())
-        return failure(QStringLiteral("the output for %1 files must be a folder, and %2 is a file")
-                           .arg(label(settings.outputFormat), output));
-
-    // The build.
-    DefaultExportService::Dependencies dependencies;
-    dependencies.ffmpeg = ffmpeg;
-    dependencies.metadataService = std::make_shared<DefaultMetadataWritingService>();
-    dependencies.formatProbe = LibavAudioInspector::formatProbeFunction(ffmpeg);
-    DefaultExportService service(dependencies);
-    DefaultExportService::Request request;
-    request.bookmarks = bookmarks;
-    request.metadata = metadata;
-    request.outputPath = output;
-    request.settings = settings;
-    request.allTracks = tracks;
-    request.parallelJobs = o.jobs;
-    if (o.logFile)
-        request.logFile = QFileInfo(*o.logFile).absoluteFilePath();
-    const ExportResult result = service.exportAndWait(request, token, [&progress](const ExportProgress& p) {
-        progress.update(p.title, p.fraction);
-    });
-    progress.finish();
-
-    if (result.cancelled() || SignalCancellation::cancelled()) {
-        Console::err(QStringLiteral("folivox build: cancelled\n"));
-        return ExitCancelled;
-    }
-    if (!result.succeeded()) {
-        const ExportError error = result.error.value_or(ExportError::failedToWrite());
-        const UserFacingError shown = UserFacingError::make(error, result.failureContext);
-        Console::err(QStringLiteral("folivox build: ") + shown.fullText() + u'\n');
-        if (!result.logFile.isEmpty() && !o.quiet)
-            Console::err(QStringLiteral("The build log is at ") + result.logFile + u'\n');
-        return ExitFailure;
-    }
-
-    const ExportOutcome& made = *result.outcome;
-    double length = 0;
-    for (const ExportedChapter& c : made.chapters)
-        length += c.duration;
-    if (o.json) {
-        QJsonObject doc = made.toJson();
-        doc.insert(QStringLiteral("title"), metadata.title);
-        doc.insert(QStringLiteral("tracks"), static_cast<int>(tracks.size()));
-        doc.insert(QStringLiteral("chapterSource"), chapterSource);
-        doc.insert(QStringLiteral("duration"), length);
-        doc.insert(QStringLiteral("settings"), settings.toJson());
-        doc.insert(QStringLiteral("logFile"), result.logFile);
-        Console::out(QString::fromUtf8(QJsonDocument(doc).toJson(QJsonDocument::Indented)));
-    } else {
-        QString text = QStringLiteral("Built %1\n  %2 chapters, %3, strategy %4")
-                           .arg(made.outputPath)
-                           .arg(made.chapters.size())
-                           .arg(clockText(length), enumName(made.strategy));
-        if (!made.reasons.isEmpty())
-            text += QStringLiteral(" (") + made.reasons.join(QStringLiteral("; ")) + u')';
-        text += u'\n';
-        if (made.outputFiles.size() > 1) {
-            for (const QString& f : made.outputFiles)
-                text += QStringLiteral("  ") + f + u'\n';
-        }
-        Console::out(text);
-    }
-    return ExitSuccess;
 }
 
 } // namespace folivox::cli

@@ -1,11 +1,9 @@
 #pragma once
 
+#include "build/BuildRequest.h"
 #include "cli/Command.h"
-#include "core/BookMetadata.h"
-#include "core/Bookmark.h"
+#include "core/BookMetadataPatch.h"
 #include "core/ExportSettings.h"
-#include "core/NormalizedChapter.h"
-#include "core/Track.h"
 #include "core/TrackSortMode.h"
 
 #include <QList>
@@ -14,7 +12,6 @@
 
 #include <optional>
 #include <variant>
-#include <vector>
 
 namespace folivox::cli {
 
@@ -45,11 +42,11 @@ public:
         std::optional<QString> cover;
         std::optional<CoverSize> coverSize;
         std::optional<CoverQuality> coverQuality;
-        // Tags given on the command line, by option name ("title", "author", ...).
-        BookMetadata tags;
-        QStringList tagsGiven;
+        // Tags given on the command line.
+        BookMetadataPatch tags;
         std::optional<QString> chapters;
         bool noSidecar = false;
+        bool skipUnreadable = false;
         std::optional<TrackSortMode> sort;
         std::optional<int> jobs;
         std::optional<QString> logFile;
@@ -67,27 +64,12 @@ public:
     static std::variant<Options, QString> parse(const QStringList& args);
 
     // The preset's settings (a new ExportSettings without one) with every
-    // option written over them.
-    static ExportSettings settingsFrom(const Options& options);
+    // option written over them, for the given format.
+    static ExportSettings settingsFrom(const Options& options, OutputFormat format);
 
-    // The book's tags: the options first, then what the tracks' tags agree
-    // on (album as title, album artist or artist as author, ...), then the
-    // folder's name as the title.
-    static BookMetadata metadataFrom(const Options& options, const std::vector<Track>& tracks,
-                                     const QString& fallbackTitle);
-
-    // Chapters on the book's timeline (milliseconds from the start of the
-    // first track) as bookmarks over the tracks: each starts in the track
-    // that holds its start and runs on into the following tracks.
-    static std::vector<Bookmark> bookmarksFromChapters(const std::vector<Track>& tracks,
-                                                       const QList<NormalizedChapter>& chapters);
-
-    // "<Title>.m4b" (a folder "<Title>" for M4A and MP3) in `folder`, the
-    // title made safe for a file name.
-    static QString defaultOutput(const QString& title, OutputFormat format, const QString& folder);
-    // Where a build writes, given -o (absent, a folder, or a path without
-    // extension, which for an M4B gets ".m4b").
-    static QString outputPath(const std::optional<QString>& requested, const QString& title, OutputFormat format);
+    // The build the options ask for. Throws a usage BuildFailure when -o and
+    // --format disagree.
+    static BuildRequest requestFrom(const Options& options);
 };
 
 } // namespace folivox::cli

@@ -1,6 +1,12 @@
 #include "cli/DemoCommand.h"
 
-#include "cli/BuildCommand.h"
+#include "build/BuildFailure.h"
+#include "build/BuildOutputPlanner.h"
+#include "build/BuildUseCase.h"
+#include "cli/BuildResultPrinter.h"
+#include "cli/Command.h"
+#include "cli/ProgressReporter.h"
+#include "cli/CancelOnSignal.h"
 #include "cli/Console.h"
 #include "export/FFmpegWrapper.h"
 #include "export/ManualCancellationToken.h"
@@ -109,17 +115,14 @@ QString DemoCommand::freeOutputPath(const QString& folder)
 
 int DemoCommand::run(const QStringList& args)
 {
-    QStringList passThrough;
     std::optional<QString> output;
     bool json = false;
     bool quiet = false;
     for (qsizetype i = 0; i < args.size(); ++i) {
         if (args[i] == u"--json") {
             json = true;
-            passThrough << args[i];
         } else if (args[i] == u"--quiet") {
             quiet = true;
-            passThrough << args[i];
         } else if ((args[i] == u"-o" || args[i] == u"--output") && i + 1 < args.size()) {
             output = args[++i];
         } else {
@@ -144,30 +147,36 @@ int DemoCommand::run(const QStringList& args)
     }
     const QString target = !output                     ? freeOutputPath(QDir::currentPath())
                            : QFileInfo(*output).isDir() ? freeOutputPath(*output)
-                                                        : BuildCommand::outputPath(output, QString::fromLatin1(bookTitle),
+                                                        : BuildOutputPlanner::plan(output, QString::fromLatin1(bookTitle),
                                                                                    OutputFormat::m4b);
-    QStringList buildArgs{work.path(),
-                          QStringLiteral("--title"),
-                          QString::fromLatin1(bookTitle),
-                          QStringLiteral("--author"),
-                          QString::fromLatin1(bookAuthor),
-                          QStringLiteral("--narrator"),
-                          QStringLiteral("A Sine Wave"),
-                          QStringLiteral("--genre"),
-                          QStringLiteral("Audiobook"),
-                          QStringLiteral("--year"),
-                          QStringLiteral("2025"),
-                          QStringLiteral("--cover"),
-                          QDir(work.path()).filePath(QStringLiteral("cover.png")),
-                          QStringLiteral("--cover-size"),
-                          QStringLiteral("600"),
-                          QStringLiteral("--bitrate"),
-                          QStringLiteral("64"),
-                          QStringLiteral("--no-sidecar"),
-                          QStringLiteral("-o"),
-                          target};
-    buildArgs << passThrough;
-    const int status = BuildCommand().run(buildArgs);
+    BuildRequest request;
+    request.inputs = {work.path()};
+    request.tags.title = QString::fromLatin1(bookTitle);
+    request.tags.author = QString::fromLatin1(bookAuthor);
+    request.tags.narrator = QStringLiteral("A Sine Wave");
+    request.tags.genre = QStringLiteral("Audiobook");
+    request.tags.year = QStringLiteral("2025");
+    request.coverPath = QDir(work.path()).filePath(QStringLiteral("cover.png"));
+    request.settings.coverSize = CoverSize::px600;
+    request.settings.cbrBitrateKbps = 64;
+    request.settings.keepSourceBitrate = false;
+    request.noSidecar = true;
+    request.output = target;
+
+    auto token = std::make_shared<ManualCancellationToken>();
+    const CancelOnSignal cancelOnSignal(token);
+    ProgressReporter progress = ProgressReporter::forConsole(quiet || json);
+    BuildUseCase::Sinks sinks;
+    sinks.progress = [&progress](const QString& phase, double fraction) { progress.update(phase, fraction); };
+    int status = ExitSuccess;
+    try {
+        const BuildResult result = BuildUseCase().run(request, token, sinks);
+        progress.finish();
+        BuildResultPrinter::printSuccess(result, json);
+    } catch (const BuildFailure& failure) {
+        progress.finish();
+        status = BuildResultPrinter::printFailure(failure, json, quiet);
+    }
     if (status == ExitSuccess && !json && !quiet) {
         QString text = QStringLiteral("The sample book was made from:\n");
         for (const QString& f : files)

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "core/BookMetadataPatch.h"
+#include "core/ExportSettings.h"
+#include "core/TrackSortMode.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+namespace folivox {
+
+// Everything one build is asked to do, whoever asks (the command line, the
+// queue, the window): the inputs, the settings, the tags and cover given by
+// the user, the chapter file and where the book goes.
+struct BuildRequest {
+    // Files and folders as the user gave them, in that order.
+    QStringList inputs;
+    ExportSettings settings;
+    // Tags given by the user; they win over what the files say.
+    BookMetadataPatch tags;
+    // An image file for the cover.
+    std::optional<QString> coverPath;
+    // A chapter file to apply; without one, a chapter file among the inputs
+    // or, unless noSidecar, one found beside the audio that fits it.
+    std::optional<QString> chapterFile;
+    bool noSidecar = false;
+    std::optional<TrackSortMode> sort;
+    // The output as the user named it: a file, a folder, or nothing (the
+    // book's title in the current folder).
+    std::optional<QString> output;
+    std::optional<int> parallelJobs;
+    std::optional<QString> logFile;
+    // Build from the readable files when some inputs cannot be read, and
+    // list the rest, instead of failing.
+    bool skipUnreadable = false;
+};
+
+} // namespace folivox

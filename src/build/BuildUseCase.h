@@ -1,0 +1,35 @@
+#pragma once
+
+#include "build/BuildRequest.h"
+#include "build/BuildResult.h"
+#include "export/CancellationToken.h"
+
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+namespace folivox {
+
+// One build from start to end, the same for every front end: imports the
+// inputs, applies a chapter file, merges the tags, picks the cover, plans and
+// checks the output, runs the export and says what it made. Front ends only
+// turn their input into a BuildRequest and show the BuildResult.
+class BuildUseCase {
+public:
+    struct Sinks {
+        // Phase text and fraction 0...1; called from worker threads.
+        std::function<void(const QString& phase, double fraction)> progress;
+        // A line the user should read while the build runs (also kept in the
+        // result's warnings).
+        std::function<void(const QString& text)> note;
+    };
+
+    // Throws BuildFailure: usage for a request that cannot work as given,
+    // failed for unreadable inputs, a bad output or a failed export,
+    // cancelled when the token fired before the book was in place. Once the
+    // book is in place the build has succeeded, whatever the token says.
+    BuildResult run(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks = {});
+};
+
+} // namespace folivox
