@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+namespace folivox::test {
+
+// The built `folivox` command run as a user runs it: a child process with
+// no standard input, its exit status and both outputs.
+struct CommandRun {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+
+    QString errText() const { return QString::fromUtf8(err); }
+    // stdout parsed as one JSON object (empty when it is not one).
+    QJsonObject json() const;
+};
+
+class CommandRunner {
+public:
+    // The folivox binary beside the mp4 tools the tests use, or empty.
+    static QString folivoxBinary();
+    static CommandRun run(const QStringList& args, const QString& workingDirectory, int timeoutMs = 300000);
+};
+
+} // namespace folivox::test
