@@ -105,6 +105,27 @@ QString BuildOutputPlanner::plan(const std::optional<QString>& requested, const 
                                                             : info.absoluteFilePath() + QStringLiteral(".m4b");
 }
 
+bool BuildOutputPlanner::checkReplace(const QString& path, OutputFormat format, bool replaceExisting)
+{
+    const QFileInfo info(path);
+    bool exists = false;
+    if (format == OutputFormat::m4b) {
+        exists = info.exists() || info.isSymLink();
+    } else if (info.isDir()) {
+        exists = !QDir(path).entryList({QStringLiteral("*.mp3"), QStringLiteral("*.m4a")}, QDir::Files).isEmpty();
+    }
+    if (exists && !replaceExisting) {
+        const QString text = format == OutputFormat::m4b
+                                 ? L10n::text("build.output.exists",
+                                              "'%@' already exists: give -f (--force) to replace it, or choose another -o")
+                                 : L10n::text("build.output.folderHasAudio",
+                                              "the folder '%@' already holds audio files: give -f (--force) to replace "
+                                              "them, or choose another folder");
+        throw BuildFailure::failed(L10n::format(text, {path}), path);
+    }
+    return exists;
+}
+
 qsizetype BuildOutputPlanner::longestDerivedNameBytes(const QString& fileName, OutputFormat format)
 {
     const qsizetype own = fileName.toUtf8().size();

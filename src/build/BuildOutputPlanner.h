@@ -35,6 +35,11 @@ public:
     // Throws BuildFailure naming the path.
     static void check(const QString& path, OutputFormat format);
 
+    // Whether a build would replace something at the output: an M4B file,
+    // or M4A/MP3 files in a per-chapter output folder. Throws BuildFailure
+    // naming it when something stands there and replacing is not allowed.
+    static bool checkReplace(const QString& path, OutputFormat format, bool replaceExisting);
+
     // The longest name the build derives from an output name ("<name>.chapters.txt",
     // "<name> - Part 12.m4b"), in bytes.
     static qsizetype longestDerivedNameBytes(const QString& fileName, OutputFormat format);

@@ -35,6 +35,9 @@ struct BuildRequest {
     // Build from the readable files when some inputs cannot be read, and
     // list the rest, instead of failing.
     bool skipUnreadable = false;
+    // Replace a file (or per-chapter files) already at the output; without
+    // it, an existing output fails the build before any work.
+    bool replaceExisting = false;
 };
 
 } // namespace folivox

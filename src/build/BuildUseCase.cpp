@@ -7,6 +7,7 @@
 #include "build/SourceCover.h"
 #include "export/DefaultExportService.h"
 #include "export/DefaultMetadataWritingService.h"
+#include "export/ExportDecisionPreview.h"
 #include "export/ExportSettingsValidator.h"
 #include "export/FFmpegWrapper.h"
 #include "export/UserFacingError.h"
@@ -25,12 +26,14 @@
 
 namespace folivox {
 
-namespace {
-
-struct Chapters {
+struct BuildUseCase::Chapters {
     std::vector<Bookmark> bookmarks;
     QString source = QStringLiteral("audio");
 };
+
+namespace {
+
+using Chapters = BuildUseCase::Chapters;
 
 QList<QUrl> inputURLs(const QStringList& inputs)
 {
@@ -141,7 +144,21 @@ Chapters chaptersFromDiscovery(const std::vector<Track>& tracks, std::vector<Boo
 
 } // namespace
 
-BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks)
+// Everything a build needs before the export starts, checked.
+struct BuildUseCase::Prepared {
+    std::vector<Track> tracks;
+    Chapters chapters;
+    BookMetadata metadata;
+    QString output;
+    bool outputExists = false;
+    QStringList warnings;
+    std::vector<BuildResult::SkippedFile> skippedFiles;
+};
+
+BuildUseCase::BuildUseCase() = default;
+BuildUseCase::~BuildUseCase() = default;
+
+BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const CancellationToken& token, const Sinks& sinks)
 {
     try {
         ExportSettingsValidator::validate(request.settings);
@@ -151,8 +168,11 @@ BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const
     const OutputFormat format = request.settings.outputFormat;
     // A named output file is checked before anything is read; a folder or
     // the default name waits for the title.
-    if (request.output && !QFileInfo(*request.output).isDir())
-        BuildOutputPlanner::check(BuildOutputPlanner::plan(request.output, QStringLiteral("Audiobook"), format), format);
+    if (request.output && !QFileInfo(*request.output).isDir()) {
+        const QString early = BuildOutputPlanner::plan(request.output, QStringLiteral("Audiobook"), format);
+        BuildOutputPlanner::check(early, format);
+        BuildOutputPlanner::checkReplace(early, format, request.replaceExisting);
+    }
 
     const QList<QUrl> inputs = inputURLs(request.inputs);
     const QByteArray givenCover = request.coverPath ? readCover(*request.coverPath) : QByteArray();
@@ -166,66 +186,118 @@ BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const
         if (sinks.progress)
             sinks.progress(importing, total > 0 ? double(done) / total : 0.0);
     };
-    const ImportResult imported = coordinator.import(inputs, *token);
-    if (token->isCancelled() || imported.status == ImportResult::Status::cancelled)
+    const ImportResult imported = coordinator.import(inputs, token);
+    if (token.isCancelled() || imported.status == ImportResult::Status::cancelled)
         throw BuildFailure::cancelled();
     if (imported.status == ImportResult::Status::refused || imported.status == ImportResult::Status::busy)
         throw BuildFailure::failed(imported.alert ? imported.alert->message
                                                   : L10n::text("build.input.cannotCombine",
                                                                "the files cannot be combined into one book"));
 
-    BuildResult result;
-    result.skippedFiles = unreadableInputs(imported);
-    const std::vector<Track> tracks = coordinator.bookTracks();
+    Prepared prepared;
+    prepared.skippedFiles = unreadableInputs(imported);
+    prepared.tracks = coordinator.bookTracks();
+    const std::vector<Track>& tracks = prepared.tracks;
+    const auto note = [&prepared, &sinks](const QString& line) {
+        prepared.warnings << line;
+        if (sinks.note)
+            sinks.note(line);
+    };
     if (tracks.empty() || imported.status == ImportResult::Status::nothingImported) {
-        if (result.skippedFiles.empty())
+        if (prepared.skippedFiles.empty())
             throw BuildFailure::failed(L10n::text("build.input.noAudio", "no audio found in the inputs"),
                                        request.inputs.value(0));
         throw BuildFailure::failed(L10n::text("build.input.noneReadable", "no audio could be read:")
-                                       + skippedListText(result.skippedFiles),
-                                   result.skippedFiles.front().path);
+                                       + skippedListText(prepared.skippedFiles),
+                                   prepared.skippedFiles.front().path);
     }
-    if (!result.skippedFiles.empty()) {
+    if (!prepared.skippedFiles.empty()) {
         if (!request.skipUnreadable) {
             throw BuildFailure::failed(
                 L10n::format(L10n::text("build.input.unreadable",
                                         "%@ of the inputs cannot be read, and the book would miss them:%@\n"
                                         "Repair or remove them, or build without them with --skip-unreadable."),
-                             {QString::number(result.skippedFiles.size()), skippedListText(result.skippedFiles)}),
-                result.skippedFiles.front().path);
+                             {QString::number(prepared.skippedFiles.size()), skippedListText(prepared.skippedFiles)}),
+                prepared.skippedFiles.front().path);
         }
-        const QString line = L10n::text("build.input.skipped", "Left out, as they cannot be read:")
-                             + skippedListText(result.skippedFiles);
-        result.warnings << line;
-        if (sinks.note)
-            sinks.note(line);
+        note(L10n::text("build.input.skipped", "Left out, as they cannot be read:") + skippedListText(prepared.skippedFiles));
     } else if (imported.report) {
-        const QString line = imported.report->title + QStringLiteral(": ") + imported.report->message;
-        result.warnings << line;
-        if (sinks.note)
-            sinks.note(line);
+        note(imported.report->title + QStringLiteral(": ") + imported.report->message);
     }
 
     // Chapters: a chapter file given or dropped with the audio, or one found beside it.
     std::optional<QString> chapterFile = request.chapterFile;
     if (!chapterFile && !imported.droppedSidecarFiles.isEmpty())
         chapterFile = imported.droppedSidecarFiles.first().toLocalFile();
-    const Chapters chapters = chapterFile
-                                  ? chaptersFromFile(*chapterFile, tracks, sinks, result.warnings)
-                                  : chaptersFromDiscovery(tracks, coordinator.bookChapters(), request.noSidecar, sinks,
-                                                          result.warnings);
+    prepared.chapters = chapterFile ? chaptersFromFile(*chapterFile, tracks, sinks, prepared.warnings)
+                                    : chaptersFromDiscovery(tracks, coordinator.bookChapters(), request.noSidecar, sinks,
+                                                            prepared.warnings);
 
     // Tags, cover and the output.
     const QFileInfo firstInput(request.inputs.first());
     const QString fallbackTitle = firstInput.isDir() ? QDir(firstInput.absoluteFilePath()).dirName() : firstInput.completeBaseName();
-    BookMetadata metadata = BookTagMerger::merge(request.tags, tracks, fallbackTitle);
+    prepared.metadata = BookTagMerger::merge(request.tags, tracks, fallbackTitle);
     QByteArray cover = givenCover;
     if (cover.isEmpty())
         cover = SourceCover::embedded(tracks.front().url.toLocalFile());
     if (!cover.isEmpty())
-        metadata.coverImageData = cover;
-    const QString output = BuildOutputPlanner::plan(request.output, metadata.title, format);
-    BuildOutputPlanner::check(output, format);
+        prepared.metadata.coverImageData = cover;
+    prepared.output = BuildOutputPlanner::plan(request.output, prepared.metadata.title, format);
+    BuildOutputPlanner::check(prepared.output, format);
+    prepared.outputExists = BuildOutputPlanner::checkReplace(prepared.output, format, request.replaceExisting);
+    return prepared;
+}
+
+BuildPlan BuildUseCase::preview(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks)
+{
+    const Prepared prepared = prepare(request, *token, sinks);
+    auto ffmpeg = std::make_shared<FFmpegWrapper>();
+    ExportDecisionPreview::Preview decided;
+    try {
+        decided = ExportDecisionPreview::take(prepared.chapters.bookmarks, prepared.tracks, request.settings, false,
+                                              LibavAudioInspector::formatProbeFunction(ffmpeg));
+    } catch (const Error& e) {
+        throw BuildFailure::failed(e.description());
+    }
+    BuildPlan plan;
+    plan.title = prepared.metadata.title;
+    for (const Track& t : prepared.tracks)
+        plan.inputs << t.url.toLocalFile();
+    std::vector<double> trackStarts;
+    double total = 0;
+    for (const Track& t : prepared.tracks) {
+        trackStarts.push_back(total);
+        total += t.duration;
+    }
+    for (const Bookmark& b : prepared.chapters.bookmarks) {
+        double start = b.startOffset;
+        for (std::size_t i = 0; i < prepared.tracks.size() && !b.tracks.empty(); ++i) {
+            if (prepared.tracks[i].url == b.tracks.front().url) {
+                start += trackStarts[i];
+                break;
+            }
+        }
+        plan.chapters.push_back({b.title, start, b.duration});
+    }
+    plan.chapterSource = prepared.chapters.source;
+    plan.strategy = decided.decision.strategy;
+    plan.reasons = decided.decision.reasons;
+    plan.outputPath = prepared.output;
+    plan.replacesExisting = prepared.outputExists;
+    plan.warnings = prepared.warnings;
+    plan.skippedFiles = prepared.skippedFiles;
+    return plan;
+}
+
+BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks)
+{
+    const Prepared prepared = prepare(request, *token, sinks);
+    if (sinks.started) {
+        double total = 0;
+        for (const Bookmark& b : prepared.chapters.bookmarks)
+            total += b.duration;
+        sinks.started(total);
+    }
 
     // The build.
     auto ffmpeg = std::make_shared<FFmpegWrapper>();
@@ -235,11 +307,11 @@ BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const
     dependencies.formatProbe = LibavAudioInspector::formatProbeFunction(ffmpeg);
     DefaultExportService service(dependencies);
     DefaultExportService::Request exportRequest;
-    exportRequest.bookmarks = chapters.bookmarks;
-    exportRequest.metadata = metadata;
-    exportRequest.outputPath = output;
+    exportRequest.bookmarks = prepared.chapters.bookmarks;
+    exportRequest.metadata = prepared.metadata;
+    exportRequest.outputPath = prepared.output;
     exportRequest.settings = request.settings;
-    exportRequest.allTracks = tracks;
+    exportRequest.allTracks = prepared.tracks;
     exportRequest.parallelJobs = request.parallelJobs;
     if (request.logFile)
         exportRequest.logFile = QFileInfo(*request.logFile).absoluteFilePath();
@@ -256,19 +328,23 @@ BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const
         const UserFacingError shown = UserFacingError::make(error, exported.failureContext);
         const bool sourceNamed = exported.failureContext && !exported.failureContext->sourceFileNames.isEmpty();
         BuildFailure failure = BuildFailure::failed(shown.fullText(),
-                                                    sourceNamed ? exported.failureContext->sourceFileNames.first() : output);
+                                                    sourceNamed ? exported.failureContext->sourceFileNames.first()
+                                                                : prepared.output);
         failure.logFile = exported.logFile;
         throw failure;
     }
 
+    BuildResult result;
     result.outcome = *exported.outcome;
-    result.title = metadata.title;
-    result.trackCount = static_cast<int>(tracks.size());
-    result.chapterSource = chapters.source;
+    result.title = prepared.metadata.title;
+    result.trackCount = static_cast<int>(prepared.tracks.size());
+    result.chapterSource = prepared.chapters.source;
     for (const ExportedChapter& c : result.outcome.chapters)
         result.duration += c.duration;
     result.settings = request.settings;
     result.logFile = exported.logFile;
+    result.warnings = prepared.warnings;
+    result.skippedFiles = prepared.skippedFiles;
     return result;
 }
 

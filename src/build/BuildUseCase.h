@@ -1,5 +1,6 @@
 #pragma once
 
+#include "build/BuildPlan.h"
 #include "build/BuildRequest.h"
 #include "build/BuildResult.h"
 #include "export/CancellationToken.h"
@@ -23,13 +24,28 @@ public:
         // A line the user should read while the build runs (also kept in the
         // result's warnings).
         std::function<void(const QString& text)> note;
+        // The export is about to start on a book of this many seconds.
+        std::function<void(double bookSeconds)> started;
     };
+
+    struct Chapters;
+
+    BuildUseCase();
+    ~BuildUseCase();
 
     // Throws BuildFailure: usage for a request that cannot work as given,
     // failed for unreadable inputs, a bad output or a failed export,
     // cancelled when the token fired before the book was in place. Once the
     // book is in place the build has succeeded, whatever the token says.
     BuildResult run(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks = {});
+
+    // What run() would do with the same request, without writing anything:
+    // the same checks and refusals, then the plan and the decision.
+    BuildPlan preview(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks = {});
+
+private:
+    struct Prepared;
+    Prepared prepare(const BuildRequest& request, const CancellationToken& token, const Sinks& sinks);
 };
 
 } // namespace folivox

@@ -34,6 +34,45 @@ const TagOption kTagOptions[] = {
     {"sort-author", &BookMetadataPatch::sortAuthor},
 };
 
+std::optional<ExportPreset> presetNamed(const QString& text)
+{
+    for (const auto& [preset, name] : EnumNames<ExportPreset>::items) {
+        if (text.compare(QLatin1String(name), Qt::CaseInsensitive) == 0)
+            return preset;
+    }
+    return std::nullopt;
+}
+
+QStringList presetNames()
+{
+    QStringList names;
+    for (const auto& item : EnumNames<ExportPreset>::items)
+        names << QString::fromLatin1(item.second);
+    return names;
+}
+
+// "-" is not a file: a book cannot be read from standard input or written
+// to standard output, so it is refused where a path is expected.
+std::optional<QString> dashPath(const BuildCommand::Options& o)
+{
+    const QString dash = QStringLiteral("-");
+    const auto refused = [](const char* what) {
+        return QStringLiteral("'-' cannot be used as %1: Folivox reads and writes files, not standard input or output; "
+                              "give a path").arg(QString::fromLatin1(what));
+    };
+    if (o.inputs.contains(dash))
+        return refused("an input");
+    if (o.output == dash)
+        return refused("the output");
+    if (o.cover == dash)
+        return refused("the cover");
+    if (o.chapters == dash)
+        return refused("the chapter file");
+    if (o.logFile == dash)
+        return refused("the log file");
+    return std::nullopt;
+}
+
 template<class T>
 bool pick(const QString& text, std::initializer_list<std::pair<const char*, T>> choices, std::optional<T>& out)
 {
@@ -76,7 +115,7 @@ QString BuildCommand::usage() const
         "  -o PATH                    the book (m4b) or the folder (m4a, mp3); default <Title>.m4b here;\n"
         "                             a name ending in .m4b sets --format m4b\n"
         "  --format m4b|m4a|mp3       one chaptered M4B, or one file per chapter\n"
-        "  --preset NAME              custom, highDetail, balanced, spaceSaver, iPodCompatibility\n"
+        "  --preset NAME              custom, highDetail, balanced, spaceSaver, iPodCompatibility (any case)\n"
         "  --codec aac-lc|he-aac\n"
         "  --bitrate KBPS | --keep-bitrate\n"
         "  --channels auto|mono|stereo\n"
@@ -97,8 +136,10 @@ QString BuildCommand::usage() const
         "  -j N                       parallel encoding jobs\n"
         "  --log FILE                 write the build's diagnostic log here\n"
         "  --json                     print the result as JSON on stdout\n"
-        "  --quiet                    no progress\n"
-        "  --verbose                  echo the diagnostic log on stderr\n\n"
+        "  -f, --force                replace an existing output (without it, the build stops before any work)\n"
+        "  --dry-run                  print the plan (inputs in order, chapters, strategy, output) and write nothing\n"
+        "  -q, --quiet                no progress\n"
+        "  -v, --verbose              echo the diagnostic log on stderr, with every child process's command line\n\n"
         "Exit status: 0 built, 1 failed, 2 usage error, 130 cancelled.\n");
 }
 
@@ -117,8 +158,11 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
         p.addOption(value(name, "VALUE"));
     for (const TagOption& t : kTagOptions)
         p.addOption(value(t.name, "VALUE"));
-    for (const char* flag : {"keep-bitrate", "snap-to-chapters", "no-sidecar", "skip-unreadable", "json", "quiet", "verbose"})
+    for (const char* flag : {"keep-bitrate", "snap-to-chapters", "no-sidecar", "skip-unreadable", "json", "dry-run"})
         p.addOption(QCommandLineOption(QString::fromLatin1(flag)));
+    p.addOption(QCommandLineOption(QStringList{QStringLiteral("q"), QStringLiteral("quiet")}));
+    p.addOption(QCommandLineOption(QStringList{QStringLiteral("v"), QStringLiteral("verbose")}));
+    p.addOption(QCommandLineOption(QStringList{QStringLiteral("f"), QStringLiteral("force")}));
     if (!p.parse(QStringList{QStringLiteral("folivox build")} + args))
         return p.errorText();
 
@@ -138,9 +182,9 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
     }
     if (p.isSet(QStringLiteral("preset"))) {
         const QString v = p.value(QStringLiteral("preset"));
-        if (!enumFromName<ExportPreset>(v))
-            return bad("preset", v);
-        o.preset = v;
+        o.preset = presetNamed(v);
+        if (!o.preset)
+            return QStringLiteral("unknown preset '%1': choose one of %2").arg(v, presetNames().join(QStringLiteral(", ")));
     }
     if (p.isSet(QStringLiteral("codec"))) {
         const QString v = p.value(QStringLiteral("codec"));
@@ -238,16 +282,18 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
     o.json = p.isSet(QStringLiteral("json"));
     o.quiet = p.isSet(QStringLiteral("quiet"));
     o.verbose = p.isSet(QStringLiteral("verbose"));
+    o.force = p.isSet(QStringLiteral("force"));
+    o.dryRun = p.isSet(QStringLiteral("dry-run"));
+    if (const auto dash = dashPath(o))
+        return *dash;
     return o;
 }
 
 ExportSettings BuildCommand::settingsFrom(const Options& o, OutputFormat format)
 {
     ExportSettings s;
-    if (o.preset) {
-        if (const auto preset = enumFromName<ExportPreset>(*o.preset))
-            s = presetSettings(*preset);
-    }
+    if (o.preset)
+        s = presetSettings(*o.preset);
     s.outputFormat = format;
     if (o.codec)
         s.codec = *o.codec;
@@ -292,6 +338,7 @@ BuildRequest BuildCommand::requestFrom(const Options& o)
     r.parallelJobs = o.jobs;
     r.logFile = o.logFile;
     r.skipUnreadable = o.skipUnreadable;
+    r.replaceExisting = o.force;
     return r;
 }
 
@@ -315,7 +362,14 @@ int BuildCommand::run(const QStringList& args)
         progress.finish();
         Console::err(text + u'\n');
     };
+    sinks.started = [&progress](double bookSeconds) { progress.setMediaSeconds(bookSeconds); };
     try {
+        if (o.dryRun) {
+            const BuildPlan plan = BuildUseCase().preview(requestFrom(o), token, sinks);
+            progress.finish();
+            BuildResultPrinter::printPlan(plan, o.json);
+            return ExitSuccess;
+        }
         const BuildResult result = BuildUseCase().run(requestFrom(o), token, sinks);
         progress.finish();
         BuildResultPrinter::printSuccess(result, o.json);

@@ -5,6 +5,7 @@
 #include "core/BookMetadataPatch.h"
 #include "core/ExportSettings.h"
 #include "core/TrackSortMode.h"
+#include "export/ExportPreset.h"
 
 #include <QList>
 #include <QString>
@@ -29,7 +30,7 @@ public:
         QStringList inputs;
         std::optional<QString> output;
         std::optional<OutputFormat> format;
-        std::optional<QString> preset;
+        std::optional<ExportPreset> preset;
         std::optional<AudioCodec> codec;
         std::optional<int> bitrate;
         bool keepBitrate = false;
@@ -53,6 +54,8 @@ public:
         bool json = false;
         bool quiet = false;
         bool verbose = false;
+        bool force = false;
+        bool dryRun = false;
     };
 
     QString name() const override;

@@ -12,10 +12,15 @@ namespace folivox::cli {
 
 namespace {
 
-QString clockText(double seconds)
+// "H:MM:SS", or "H:MM:SS.mmm" with milliseconds.
+QString clockText(double seconds, bool millis = false)
 {
-    const qint64 s = static_cast<qint64>(std::llround(std::max(0.0, seconds)));
-    return QStringLiteral("%1:%2:%3").arg(s / 3600).arg((s / 60) % 60, 2, 10, QChar(u'0')).arg(s % 60, 2, 10, QChar(u'0'));
+    const qint64 ms = static_cast<qint64>(std::llround(std::max(0.0, seconds) * 1000.0));
+    const qint64 s = millis ? ms / 1000 : (ms + 500) / 1000;
+    QString text = QStringLiteral("%1:%2:%3").arg(s / 3600).arg((s / 60) % 60, 2, 10, QChar(u'0')).arg(s % 60, 2, 10, QChar(u'0'));
+    if (millis)
+        text += QStringLiteral(".%1").arg(ms % 1000, 3, 10, QChar(u'0'));
+    return text;
 }
 
 } // namespace
@@ -40,6 +45,27 @@ void BuildResultPrinter::printSuccess(const BuildResult& result, bool json)
     }
     if (!result.skippedFiles.empty())
         text += QStringLiteral("  %1 unreadable input(s) left out (listed above)\n").arg(result.skippedFiles.size());
+    Console::out(text);
+}
+
+void BuildResultPrinter::printPlan(const BuildPlan& plan, bool json)
+{
+    if (json) {
+        Console::out(QString::fromUtf8(QJsonDocument(plan.toJson()).toJson(QJsonDocument::Indented)));
+        return;
+    }
+    QString text = QStringLiteral("Would build %1%2\n")
+                       .arg(plan.outputPath, plan.replacesExisting ? QStringLiteral(" (replacing it)") : QString());
+    text += QStringLiteral("  title: %1\n  strategy: %2").arg(plan.title, enumName(plan.strategy));
+    if (!plan.reasons.isEmpty())
+        text += QStringLiteral(" (") + plan.reasons.join(QStringLiteral("; ")) + u')';
+    text += QStringLiteral("\n  inputs, in book order:\n");
+    for (qsizetype i = 0; i < plan.inputs.size(); ++i)
+        text += QStringLiteral("    %1. %2\n").arg(i + 1).arg(plan.inputs[i]);
+    text += QStringLiteral("  chapters (from %1):\n").arg(plan.chapterSource);
+    for (const BuildPlan::Chapter& c : plan.chapters)
+        text += QStringLiteral("    %1  %2  (%3)\n").arg(clockText(c.start, true), c.title, clockText(c.duration, true));
+    text += QStringLiteral("Nothing was written (--dry-run).\n");
     Console::out(text);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "build/BuildFailure.h"
+#include "build/BuildPlan.h"
 #include "build/BuildResult.h"
 
 namespace folivox::cli {
@@ -10,6 +11,7 @@ namespace folivox::cli {
 class BuildResultPrinter {
 public:
     static void printSuccess(const BuildResult& result, bool json);
+    static void printPlan(const BuildPlan& plan, bool json);
     // Prints the failure (the message always on stderr; with json also an
     // error document on stdout) and returns the exit status it stands for.
     static int printFailure(const BuildFailure& failure, bool json, bool quiet = false);

@@ -180,7 +180,7 @@ TEST_F(FolivoxCommand, CtrlCStopsTheBuildWithStatus130AndLeavesNothingBehind)
     QProcess p;
     p.setWorkingDirectory(dir_.path());
     p.setStandardInputFile(QProcess::nullDevice());
-    p.start(folivoxBinary(), {QStringLiteral("build"), path(QStringLiteral("long")), QStringLiteral("-o"), output,
+    p.start(folivoxBinary(), {QStringLiteral("build"), path(QStringLiteral("long")), QStringLiteral("-o"), output, QStringLiteral("-f"),
                               QStringLiteral("-j"), QStringLiteral("1"), QStringLiteral("--bitrate"), QStringLiteral("64")});
     ASSERT_TRUE(p.waitForStarted(10000));
     QByteArray err;

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "build/BuildResult.h"
+#include "export/ExportDecision.h"
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+#include <vector>
+
+namespace folivox {
+
+// What a build would do, without doing it (`folivox build --dry-run`).
+struct BuildPlan {
+    struct Chapter {
+        QString title;
+        double start = 0;    // seconds from the start of the book
+        double duration = 0; // seconds
+    };
+
+    QString title;
+    // The audio files in book order.
+    QStringList inputs;
+    std::vector<Chapter> chapters;
+    QString chapterSource;
+    ExportDecision::Strategy strategy = ExportDecision::Strategy::transcode;
+    QStringList reasons;
+    QString outputPath;
+    // True when a file stands at the output and the build would replace it.
+    bool replacesExisting = false;
+    QStringList warnings;
+    std::vector<BuildResult::SkippedFile> skippedFiles;
+
+    QJsonObject toJson() const;
+};
+
+} // namespace folivox

@@ -1,0 +1,111 @@
+// Options that make `folivox build` safe and predictable in scripts: an
+// existing output is kept unless -f, --dry-run writes nothing, preset names
+// in any case, and "-" is no path.
+#include "support/CommandRunner.h"
+#include "support/Fixtures.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace folivox;
+using folivox::test::CommandRun;
+using folivox::test::CommandRunner;
+using folivox::test::Fixtures;
+
+namespace {
+
+class BuildOptions : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (CommandRunner::folivoxBinary().isEmpty())
+            GTEST_SKIP() << "the folivox command is not built";
+        ASSERT_TRUE(dir_.isValid());
+        for (const char* name : {"in/1.mp3", "in/2.mp3"})
+            ASSERT_TRUE(Fixtures::tone(path(QString::fromLatin1(name)), 2.0,
+                                       {QStringLiteral("-c:a"), QStringLiteral("libmp3lame"), QStringLiteral("-b:a"),
+                                        QStringLiteral("64k")},
+                                       44100, 1));
+    }
+    QString path(const QString& name) const { return dir_.filePath(name); }
+    CommandRun folivox(const QStringList& args) const { return CommandRunner::run(args, dir_.path()); }
+    QStringList entries() const
+    {
+        QStringList found;
+        QDirIterator it(dir_.path(), QDir::Files | QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+        while (it.hasNext())
+            found << it.next();
+        found.sort();
+        return found;
+    }
+
+    QTemporaryDir dir_;
+};
+
+} // namespace
+
+TEST_F(BuildOptions, AnExistingOutputIsReplacedOnlyWithForce)
+{
+    const QString book = path(QStringLiteral("Book.m4b"));
+    ASSERT_TRUE(Fixtures::writeFile(book, "the user's own book"));
+    const CommandRun kept = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), book, QStringLiteral("-q")});
+    EXPECT_EQ(kept.exitCode, 1);
+    EXPECT_TRUE(kept.errText().contains(book)) << kept.errText().toStdString();
+    EXPECT_TRUE(kept.errText().contains(QStringLiteral("--force")));
+    EXPECT_EQ(Fixtures::readFile(book), QByteArray("the user's own book"));
+
+    const CommandRun forced = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), book, QStringLiteral("-q"),
+                                       QStringLiteral("-f")});
+    ASSERT_EQ(forced.exitCode, 0) << forced.errText().toStdString();
+    EXPECT_NEAR(Fixtures::decodedDuration(book), 4.0, 0.15);
+
+    // Per-chapter output: a folder that already holds audio is kept too.
+    const QString folder = path(QStringLiteral("chapters"));
+    ASSERT_TRUE(Fixtures::writeFile(folder + QStringLiteral("/01 Old.mp3"), "old"));
+    const CommandRun keptFolder = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("--format"),
+                                           QStringLiteral("mp3"), QStringLiteral("-o"), folder, QStringLiteral("-q")});
+    EXPECT_EQ(keptFolder.exitCode, 1);
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files), QStringList{QStringLiteral("01 Old.mp3")});
+}
+
+TEST_F(BuildOptions, DryRunPrintsThePlanAndWritesNothing)
+{
+    ASSERT_TRUE(Fixtures::writeFile(path(QStringLiteral("marks.txt")), "00:00:00.000 Opening\n00:00:03.000 Later\n"));
+    const QStringList before = entries();
+    const CommandRun r = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("--chapters"),
+                                  path(QStringLiteral("marks.txt")), QStringLiteral("--dry-run"), QStringLiteral("--json"),
+                                  QStringLiteral("--preset"), QStringLiteral("SPACESAVER")});
+    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
+    const QJsonObject plan = r.json();
+    EXPECT_EQ(plan.value(QStringLiteral("status")).toString(), QStringLiteral("planned")) << r.out.toStdString();
+    const QJsonArray inputs = plan.value(QStringLiteral("inputs")).toArray();
+    ASSERT_EQ(inputs.size(), 2);
+    EXPECT_TRUE(inputs[0].toString().endsWith(QStringLiteral("/1.mp3")));
+    const QJsonArray chapters = plan.value(QStringLiteral("chapters")).toArray();
+    ASSERT_EQ(chapters.size(), 2);
+    EXPECT_EQ(chapters[1].toObject().value(QStringLiteral("title")).toString(), QStringLiteral("Later"));
+    EXPECT_DOUBLE_EQ(chapters[1].toObject().value(QStringLiteral("start")).toDouble(), 3.0);
+    EXPECT_EQ(plan.value(QStringLiteral("strategy")).toString(), QStringLiteral("transcode"));
+    EXPECT_FALSE(plan.value(QStringLiteral("reasons")).toArray().isEmpty());
+    EXPECT_EQ(plan.value(QStringLiteral("outputPath")).toString(), path(QStringLiteral("in.m4b")));
+    EXPECT_EQ(entries(), before);
+}
+
+TEST_F(BuildOptions, PresetNamesAndDashPathsAreCheckedWithHelpfulMessages)
+{
+    const CommandRun badPreset = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("--preset"),
+                                          QStringLiteral("tiny")});
+    EXPECT_EQ(badPreset.exitCode, 2);
+    EXPECT_TRUE(badPreset.errText().contains(QStringLiteral("spaceSaver"))) << badPreset.errText().toStdString();
+    for (const QStringList& args : {QStringList{QStringLiteral("build"), QStringLiteral("-")},
+                                    QStringList{QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), QStringLiteral("-")}}) {
+        const CommandRun r = folivox(args);
+        EXPECT_EQ(r.exitCode, 2);
+        EXPECT_TRUE(r.errText().contains(QStringLiteral("'-'"))) << r.errText().toStdString();
+    }
+}
