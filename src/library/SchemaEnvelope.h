@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QByteArray>
+
+#include <optional>
+
+namespace folivox {
+
+// The one field every library file starts from, decoded on its own before
+// the body so that a file from a newer program is recognised without
+// decoding (and so without misreading) the rest.
+struct SchemaEnvelope {
+    std::optional<int> schemaVersion;
+
+    // Throws DecodingError when the text is not a JSON object or the version
+    // is not an integer.
+    static SchemaEnvelope decode(const QByteArray& text);
+};
+
+} // namespace folivox
