@@ -241,6 +241,19 @@ BookStateDTO LibraryStore::loadState(const QUuid& id)
             markNeedsAttention(id);
         throw;
     }
+    // A summary saved before the record was (a process stopped between
+    // the two writes) is brought up to date now.
+    const std::optional<LibraryBookSummary> listed = summary(id);
+    if (listed && (listed->revision != book.state.revision || listed->editedAt != book.state.editedAt)) {
+        std::lock_guard write(writeMutex_);
+        setSummary(LibraryBookSummary::from(book.state, persistence_->hasThumbnail(id),
+                                            LibraryBookSummary::sourcesMissing(book.state)));
+        try {
+            saveIndexUnderWriteLock();
+        } catch (const Error& e) {
+            log(QStringLiteral("index.json could not be saved: ") + e.description());
+        }
+    }
     return BookAssets::attach(book, [this, &id](const QString& name) {
         try {
             return persistence_->readAsset(id, name);
