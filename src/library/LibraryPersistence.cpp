@@ -123,9 +123,11 @@ StoredBook LibraryPersistence::readBookLocked(const QUuid& id)
         throw PersistenceError::bookNotFound(id);
     }
     const QByteArray bytes = readWhole(file);
+    QJsonObject document;
     SchemaEnvelope envelope;
     try {
-        envelope = SchemaEnvelope::decode(bytes);
+        document = JsonReader::parseObject(bytes);
+        envelope = SchemaEnvelope::decode(document);
     } catch (const DecodingError& e) {
         quarantine(id, file, e.description());
     }
@@ -141,7 +143,7 @@ StoredBook LibraryPersistence::readBookLocked(const QUuid& id)
         throw PersistenceError::unsupportedSchema(*envelope.schemaVersion, file);
     StoredBook book;
     try {
-        book = StoredBook::fromJson(JsonReader::parseObject(bytes));
+        book = StoredBook::fromJson(document);
     } catch (const DecodingError& e) {
         quarantine(id, file, e.description());
     }
@@ -258,9 +260,11 @@ IndexFile LibraryPersistence::readIndex()
     } catch (const Error& e) {
         return recoverIndexLocked(e.description());
     }
+    QJsonObject document;
     SchemaEnvelope envelope;
     try {
-        envelope = SchemaEnvelope::decode(bytes);
+        document = JsonReader::parseObject(bytes);
+        envelope = SchemaEnvelope::decode(document);
     } catch (const DecodingError& e) {
         return recoverIndexLocked(e.description());
     }
@@ -275,7 +279,7 @@ IndexFile LibraryPersistence::readIndex()
         return newer;
     }
     try {
-        IndexFile index = IndexFile::fromJson(JsonReader::parseObject(bytes));
+        IndexFile index = IndexFile::fromJson(document);
         if (index.schemaVersion < 1)
             return recoverIndexLocked(QStringLiteral("schemaVersion %1").arg(index.schemaVersion));
         indexKnownGood_ = true;

@@ -6,7 +6,12 @@ namespace folivox {
 
 SchemaEnvelope SchemaEnvelope::decode(const QByteArray& text)
 {
-    const JsonReader r(JsonReader::parseObject(text));
+    return decode(JsonReader::parseObject(text));
+}
+
+SchemaEnvelope SchemaEnvelope::decode(const QJsonObject& object)
+{
+    const JsonReader r(object);
     SchemaEnvelope e;
     e.schemaVersion = r.optionalInteger("schemaVersion");
     return e;

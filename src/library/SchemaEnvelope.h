@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QJsonObject>
 
 #include <optional>
 
@@ -15,6 +16,8 @@ struct SchemaEnvelope {
     // Throws DecodingError when the text is not a JSON object or the version
     // is not an integer.
     static SchemaEnvelope decode(const QByteArray& text);
+    // The same from a document already parsed (so a large file is parsed once).
+    static SchemaEnvelope decode(const QJsonObject& object);
 };
 
 } // namespace folivox
