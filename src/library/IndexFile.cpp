@@ -1,0 +1,22 @@
+#include "library/IndexFile.h"
+
+#include "core/JsonReader.h"
+#include "core/JsonWriter.h"
+
+namespace folivox {
+
+QJsonObject IndexFile::toJson() const
+{
+    return JsonWriter().set("schemaVersion", schemaVersion).set("books", books).object();
+}
+
+IndexFile IndexFile::fromJson(const QJsonObject& json)
+{
+    const JsonReader r(json);
+    IndexFile f;
+    f.schemaVersion = r.integer("schemaVersion");
+    f.books = r.list<LibraryBookSummary>("books");
+    return f;
+}
+
+} // namespace folivox
