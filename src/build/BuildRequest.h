@@ -1,5 +1,6 @@
 #pragma once
 
+#include "build/ImportedBook.h"
 #include "core/BookMetadataPatch.h"
 #include "core/ExportSettings.h"
 #include "core/TrackSortMode.h"
@@ -17,6 +18,8 @@ namespace folivox {
 struct BuildRequest {
     // Files and folders as the user gave them, in that order.
     QStringList inputs;
+    // Or a book imported earlier: built as it stands, no import.
+    std::optional<ImportedBook> book;
     ExportSettings settings;
     // Tags given by the user; they win over what the files say.
     BookMetadataPatch tags;

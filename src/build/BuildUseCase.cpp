@@ -174,8 +174,10 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
         BuildOutputPlanner::checkReplace(early, format, request.replaceExisting);
     }
 
-    const QList<QUrl> inputs = inputURLs(request.inputs);
     const QByteArray givenCover = request.coverPath ? readCover(*request.coverPath) : QByteArray();
+    if (request.book)
+        return prepareImported(*request.book, request, givenCover);
+    const QList<QUrl> inputs = inputURLs(request.inputs);
 
     // Import.
     ImportCoordinator coordinator;
@@ -242,6 +244,36 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
         cover = SourceCover::embedded(tracks.front().url.toLocalFile());
     if (!cover.isEmpty())
         prepared.metadata.coverImageData = cover;
+    prepared.output = BuildOutputPlanner::plan(request.output, prepared.metadata.title, format);
+    BuildOutputPlanner::check(prepared.output, format);
+    prepared.outputExists = BuildOutputPlanner::checkReplace(prepared.output, format, request.replaceExisting);
+    return prepared;
+}
+
+BuildUseCase::Prepared BuildUseCase::prepareImported(const ImportedBook& book, const BuildRequest& request,
+                                                     const QByteArray& givenCover)
+{
+    if (book.tracks.empty() || book.bookmarks.empty())
+        throw BuildFailure::failed(L10n::text("build.book.empty", "the book has no audio or no chapters to build"));
+    for (const Track& t : book.tracks) {
+        const QString source = t.url.toLocalFile();
+        if (!QFileInfo(source).isFile())
+            throw BuildFailure::failed(
+                L10n::format(L10n::text("build.book.sourceGone",
+                                        "the book's audio file %@ is no longer there: put it back, or add the book again"),
+                             {source}),
+                source);
+    }
+    Prepared prepared;
+    prepared.tracks = book.tracks;
+    prepared.chapters.bookmarks = book.bookmarks;
+    prepared.chapters.source = QStringLiteral("book");
+    prepared.metadata = request.tags.applied(book.metadata);
+    if (!givenCover.isEmpty())
+        prepared.metadata.coverImageData = givenCover;
+    if (prepared.metadata.title.trimmed().isEmpty())
+        prepared.metadata.title = QStringLiteral("Audiobook");
+    const OutputFormat format = request.settings.outputFormat;
     prepared.output = BuildOutputPlanner::plan(request.output, prepared.metadata.title, format);
     BuildOutputPlanner::check(prepared.output, format);
     prepared.outputExists = BuildOutputPlanner::checkReplace(prepared.output, format, request.replaceExisting);

@@ -46,6 +46,7 @@ public:
 private:
     struct Prepared;
     Prepared prepare(const BuildRequest& request, const CancellationToken& token, const Sinks& sinks);
+    static Prepared prepareImported(const ImportedBook& book, const BuildRequest& request, const QByteArray& givenCover);
 };
 
 } // namespace folivox

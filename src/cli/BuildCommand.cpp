@@ -3,6 +3,8 @@
 #include "build/BuildFailure.h"
 #include "build/BuildOutputPlanner.h"
 #include "build/BuildUseCase.h"
+#include "build/LibraryBookBuild.h"
+#include "library/LibraryLocation.h"
 #include "cli/BuildResultPrinter.h"
 #include "cli/Console.h"
 #include "cli/ProgressReporter.h"
@@ -73,6 +75,28 @@ std::optional<QString> dashPath(const BuildCommand::Options& o)
     return std::nullopt;
 }
 
+BookBuildInputs libraryBook(const BuildCommand::Options& o)
+{
+    const QString root = LibraryLocation::root(o.library.value_or(QString()));
+    try {
+        return LibraryBookBuild::inputs(root, *o.book);
+    } catch (const Error& e) {
+        throw BuildFailure::failed(e.description(), root);
+    }
+}
+
+void recordLibraryBuild(const BuildCommand::Options& o, const BookBuildInputs& book, const BuildResult& result)
+{
+    const QString root = LibraryLocation::root(o.library.value_or(QString()));
+    try {
+        LibraryBookBuild::record(root, book.bookID, book.record(result.outcome.outputFiles));
+    } catch (const Error& e) {
+        // The book is built; only the library's note of it is missing.
+        Console::err(QStringLiteral("folivox build: the book was built, but the library could not record it: ")
+                     + e.description() + u'\n');
+    }
+}
+
 template<class T>
 bool pick(const QString& text, std::initializer_list<std::pair<const char*, T>> choices, std::optional<T>& out)
 {
@@ -126,6 +150,10 @@ QString BuildCommand::usage() const
         "Tags:\n"
         "  --title --author --narrator --series --series-index --year --genre --language\n"
         "  --description --summary --comment --publisher --copyright --sort-title --sort-author\n\n"
+        "Library:\n"
+        "  --book ID                  build a library book (its id or a unique start of it) instead of files;\n"
+        "                             records the build on the book\n"
+        "  --library DIR              the library (default: $FOLIVOX_LIBRARY, else Library/ in the app data folder)\n\n"
         "Chapters and order:\n"
         "  --chapters FILE            a chapter file to apply (cue, ffmetadata, mp4chaps, Audacity labels, ...)\n"
         "  --no-sidecar               ignore chapter files beside the audio\n"
@@ -154,7 +182,7 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
     p.addOption(QCommandLineOption(QStringList{QStringLiteral("j"), QStringLiteral("jobs")}, QString(), QStringLiteral("N")));
     for (const char* name : {"format", "preset", "codec", "bitrate", "channels", "sample-rate", "passthrough",
                              "split-hours", "split-size-mb", "cover", "cover-size", "cover-quality", "chapters",
-                             "sort", "log", "title", "series-index"})
+                             "sort", "log", "title", "series-index", "book", "library"})
         p.addOption(value(name, "VALUE"));
     for (const TagOption& t : kTagOptions)
         p.addOption(value(t.name, "VALUE"));
@@ -168,8 +196,14 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
 
     Options o;
     o.inputs = p.positionalArguments();
-    if (o.inputs.isEmpty())
+    if (p.isSet(QStringLiteral("book")))
+        o.book = p.value(QStringLiteral("book"));
+    if (p.isSet(QStringLiteral("library")))
+        o.library = p.value(QStringLiteral("library"));
+    if (o.inputs.isEmpty() && !o.book)
         return QStringLiteral("no input files or folders given");
+    if (!o.inputs.isEmpty() && o.book)
+        return QStringLiteral("give input files and folders, or --book, not both");
     const auto bad = [](const char* option, const QString& v) {
         return QStringLiteral("invalid value for --%1: '%2'").arg(QString::fromLatin1(option), v);
     };
@@ -289,9 +323,9 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
     return o;
 }
 
-ExportSettings BuildCommand::settingsFrom(const Options& o, OutputFormat format)
+ExportSettings BuildCommand::settingsFrom(const Options& o, OutputFormat format, const ExportSettings& base)
 {
-    ExportSettings s;
+    ExportSettings s = base;
     if (o.preset)
         s = presetSettings(*o.preset);
     s.outputFormat = format;
@@ -316,7 +350,8 @@ ExportSettings BuildCommand::settingsFrom(const Options& o, OutputFormat format)
         s.splitMode = SplitMode::bySize;
         s.splitSizeMB = *o.splitSizeMB;
     }
-    s.snapToChapters = o.snapToChapters;
+    if (o.snapToChapters)
+        s.snapToChapters = true;
     if (o.coverSize)
         s.coverSize = *o.coverSize;
     if (o.coverQuality)
@@ -324,11 +359,12 @@ ExportSettings BuildCommand::settingsFrom(const Options& o, OutputFormat format)
     return s;
 }
 
-BuildRequest BuildCommand::requestFrom(const Options& o)
+BuildRequest BuildCommand::requestFrom(const Options& o, const ExportSettings& base)
 {
     BuildRequest r;
     r.inputs = o.inputs;
-    r.settings = settingsFrom(o, BuildOutputPlanner::reconcileFormat(o.format, o.output));
+    r.settings = settingsFrom(o, BuildOutputPlanner::reconcileFormat(o.format ? o.format : std::optional(base.outputFormat), o.output),
+                              base);
     r.tags = o.tags;
     r.coverPath = o.cover;
     r.chapterFile = o.chapters;
@@ -364,14 +400,24 @@ int BuildCommand::run(const QStringList& args)
     };
     sinks.started = [&progress](double bookSeconds) { progress.setMediaSeconds(bookSeconds); };
     try {
+        // A library book brings its own tracks, chapters, tags and settings;
+        // options given on the command line go over them.
+        std::optional<BookBuildInputs> book;
+        if (o.book)
+            book = libraryBook(o);
+        BuildRequest request = requestFrom(o, book ? book->settings : ExportSettings());
+        if (book)
+            request.book = ImportedBook{book->tracks, book->bookmarks, book->metadata};
         if (o.dryRun) {
-            const BuildPlan plan = BuildUseCase().preview(requestFrom(o), token, sinks);
+            const BuildPlan plan = BuildUseCase().preview(request, token, sinks);
             progress.finish();
             BuildResultPrinter::printPlan(plan, o.json);
             return ExitSuccess;
         }
-        const BuildResult result = BuildUseCase().run(requestFrom(o), token, sinks);
+        const BuildResult result = BuildUseCase().run(request, token, sinks);
         progress.finish();
+        if (book)
+            recordLibraryBuild(o, *book, result);
         BuildResultPrinter::printSuccess(result, o.json);
         return ExitSuccess;
     } catch (const BuildFailure& failure) {

@@ -55,6 +55,8 @@ public:
         bool quiet = false;
         bool verbose = false;
         bool force = false;
+        std::optional<QString> book;
+        std::optional<QString> library;
         bool dryRun = false;
     };
 
@@ -66,13 +68,13 @@ public:
     // The options, or the usage error's text.
     static std::variant<Options, QString> parse(const QStringList& args);
 
-    // The preset's settings (a new ExportSettings without one) with every
-    // option written over them, for the given format.
-    static ExportSettings settingsFrom(const Options& options, OutputFormat format);
+    // The preset's settings (`base` without one) with every option given
+    // written over them, for the given format.
+    static ExportSettings settingsFrom(const Options& options, OutputFormat format, const ExportSettings& base = {});
 
     // The build the options ask for. Throws a usage BuildFailure when -o and
     // --format disagree.
-    static BuildRequest requestFrom(const Options& options);
+    static BuildRequest requestFrom(const Options& options, const ExportSettings& base = {});
 };
 
 } // namespace folivox::cli
