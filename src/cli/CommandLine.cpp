@@ -25,8 +25,8 @@ QString CommandLine::helpText() const
         text += QStringLiteral("  %1 %2\n").arg(c->name(), -10).arg(c->summary());
     for (const auto& [name, summary] : pending_)
         text += QStringLiteral("  %1 %2 (not available yet)\n").arg(name, -10).arg(summary);
-    text += QStringLiteral("\nRun 'folivox <command> --help' for a command's options.\n"
-                           "  --help     show this text\n  --version  show the version\n");
+    text += QStringLiteral("\nRun 'folivox <command> --help' (or 'folivox help <command>') for a command's options.\n"
+                           "  -h, --help     show this text\n  -V, --version  show the version\n");
     return text;
 }
 
@@ -37,11 +37,15 @@ int CommandLine::run(const QStringList& args)
         return ExitUsage;
     }
     const QString first = args.first();
+    if (first == u"help" && args.size() > 1) {
+        // "folivox help build" is "folivox build --help".
+        return run({args[1], QStringLiteral("--help")});
+    }
     if (first == u"--help" || first == u"-h" || first == u"help") {
         Console::out(helpText());
         return ExitSuccess;
     }
-    if (first == u"--version") {
+    if (first == u"--version" || first == u"-V") {
         Console::out(QStringLiteral("folivox %1\n").arg(QStringLiteral(FOLIVOX_VERSION)));
         return ExitSuccess;
     }
