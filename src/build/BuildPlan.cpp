@@ -30,6 +30,7 @@ QJsonObject BuildPlan::toJson() const
         {QStringLiteral("reasons"), QJsonArray::fromStringList(reasons)},
         {QStringLiteral("outputPath"), outputPath},
         {QStringLiteral("replacesExisting"), replacesExisting},
+        {QStringLiteral("coverSource"), coverSource},
         {QStringLiteral("warnings"), QJsonArray::fromStringList(warnings)},
         {QStringLiteral("skippedFiles"), skipped},
     };

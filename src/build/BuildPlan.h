@@ -29,6 +29,9 @@ struct BuildPlan {
     QString outputPath;
     // True when a file stands at the output and the build would replace it.
     bool replacesExisting = false;
+    // The file the cover came from (given, a source's own picture, or an
+    // image beside the audio); empty without a cover.
+    QString coverSource;
     QStringList warnings;
     std::vector<BuildResult::SkippedFile> skippedFiles;
 

@@ -14,6 +14,8 @@ QJsonObject BuildResult::toJson() const
     doc.insert(QStringLiteral("duration"), duration);
     doc.insert(QStringLiteral("settings"), settings.toJson());
     doc.insert(QStringLiteral("logFile"), logFile);
+    if (!coverSource.isEmpty())
+        doc.insert(QStringLiteral("coverSource"), coverSource);
     QJsonArray warningList;
     for (const QString& w : warnings)
         warningList.append(w);

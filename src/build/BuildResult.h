@@ -28,6 +28,9 @@ struct BuildResult {
     double duration = 0;
     ExportSettings settings;
     QString logFile;
+    // The file the cover came from (given, a source's own picture, or an
+    // image beside the audio); empty without a cover.
+    QString coverSource;
     // Things the user should read: chapter-file warnings, sidecar decisions,
     // import reports.
     QStringList warnings;

@@ -13,6 +13,7 @@
 #include "export/UserFacingError.h"
 #include "import/ImportCoordinator.h"
 #include "import/LibavAudioInspector.h"
+#include "library/CoverFinder.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 #include "sidecars/SidecarApplyPolicy.h"
@@ -151,6 +152,8 @@ struct BuildUseCase::Prepared {
     BookMetadata metadata;
     QString output;
     bool outputExists = false;
+    // The file the cover came from, if there is one.
+    QString coverSource;
     QStringList warnings;
     std::vector<BuildResult::SkippedFile> skippedFiles;
 };
@@ -239,9 +242,17 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
     const QFileInfo firstInput(request.inputs.first());
     const QString fallbackTitle = firstInput.isDir() ? QDir(firstInput.absoluteFilePath()).dirName() : firstInput.completeBaseName();
     prepared.metadata = BookTagMerger::merge(request.tags, tracks, fallbackTitle);
+    // The cover: the one given, else the first track's own picture, else an
+    // image beside the audio ("cover.jpg", "folder.png", "front.jpeg", ...).
     QByteArray cover = givenCover;
-    if (cover.isEmpty())
-        cover = SourceCover::embedded(tracks.front().url.toLocalFile());
+    if (!cover.isEmpty()) {
+        prepared.coverSource = *request.coverPath;
+    } else if (cover = SourceCover::embedded(tracks.front().url.toLocalFile()); !cover.isEmpty()) {
+        prepared.coverSource = tracks.front().url.toLocalFile();
+    } else if (const auto beside = CoverFinder::inFolder(QFileInfo(tracks.front().url.toLocalFile()).absolutePath())) {
+        cover = beside->bytes;
+        prepared.coverSource = beside->source.toLocalFile();
+    }
     if (!cover.isEmpty())
         prepared.metadata.coverImageData = cover;
     prepared.output = BuildOutputPlanner::plan(request.output, prepared.metadata.title, format);
@@ -317,6 +328,7 @@ BuildPlan BuildUseCase::preview(const BuildRequest& request, std::shared_ptr<con
     plan.outputPath = prepared.output;
     plan.replacesExisting = prepared.outputExists;
     plan.warnings = prepared.warnings;
+    plan.coverSource = prepared.coverSource;
     plan.skippedFiles = prepared.skippedFiles;
     return plan;
 }
@@ -376,6 +388,7 @@ BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const
     result.settings = request.settings;
     result.logFile = exported.logFile;
     result.warnings = prepared.warnings;
+    result.coverSource = prepared.coverSource;
     result.skippedFiles = prepared.skippedFiles;
     return result;
 }

@@ -43,6 +43,8 @@ void BuildResultPrinter::printSuccess(const BuildResult& result, bool json)
         for (const QString& f : made.outputFiles)
             text += QStringLiteral("  ") + f + u'\n';
     }
+    if (!result.coverSource.isEmpty())
+        text += QStringLiteral("  cover from %1\n").arg(result.coverSource);
     if (!result.skippedFiles.empty())
         text += QStringLiteral("  %1 unreadable input(s) left out (listed above)\n").arg(result.skippedFiles.size());
     Console::out(text);

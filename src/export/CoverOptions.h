@@ -37,7 +37,9 @@ public:
     static QString label(CoverSize size, CoverQuality quality);
 
     // The cover as it goes into the book: decoded, scaled to targetSize and
-    // written as JPEG at jpegQuality. No value when the bytes are not an image.
+    // written as JPEG at jpegQuality; a JPEG kept at its own size and
+    // original quality is returned byte for byte. No value when the bytes
+    // are not an image.
     static std::optional<QByteArray> renderCover(const QByteArray& imageBytes, CoverSize size, CoverQuality quality);
 };
 

@@ -3,11 +3,13 @@
 // in any case, and "-" is no path.
 #include "support/CommandRunner.h"
 #include "support/Fixtures.h"
+#include "support/MediaReaders.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -108,4 +110,54 @@ TEST_F(BuildOptions, PresetNamesAndDashPathsAreCheckedWithHelpfulMessages)
         EXPECT_EQ(r.exitCode, 2);
         EXPECT_TRUE(r.errText().contains(QStringLiteral("'-'"))) << r.errText().toStdString();
     }
+}
+
+// A JPEG cover at original size and quality goes into the book byte for
+// byte; asking for a quality re-encodes it.
+TEST_F(BuildOptions, AnOriginalJpegCoverIsKeptByteForByte)
+{
+    const QString cover = path(QStringLiteral("cover.jpg"));
+    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("testsrc=s=640x640"),
+                                  QStringLiteral("-frames:v"), QStringLiteral("1"), QStringLiteral("-q:v"), QStringLiteral("3"), cover}));
+    const auto coverIn = [&](const QString& book) {
+        const QString out = book + QStringLiteral(".cover.jpg");
+        EXPECT_TRUE(Fixtures::ffmpeg({QStringLiteral("-i"), book, QStringLiteral("-map"), QStringLiteral("0:v"), QStringLiteral("-c"),
+                                      QStringLiteral("copy"), QStringLiteral("-frames:v"), QStringLiteral("1"), QStringLiteral("-f"),
+                                      QStringLiteral("image2"), out}));
+        return Fixtures::readFile(out);
+    };
+    const QString kept = path(QStringLiteral("kept.m4b"));
+    const CommandRun a = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), kept, QStringLiteral("-q"),
+                                  QStringLiteral("--cover"), cover, QStringLiteral("--cover-size"), QStringLiteral("original"),
+                                  QStringLiteral("--cover-quality"), QStringLiteral("original")});
+    ASSERT_EQ(a.exitCode, 0) << a.errText().toStdString();
+    EXPECT_EQ(coverIn(kept), Fixtures::readFile(cover));
+
+    const QString smaller = path(QStringLiteral("smaller.m4b"));
+    const CommandRun b = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), smaller, QStringLiteral("-q"),
+                                  QStringLiteral("--cover"), cover, QStringLiteral("--cover-size"), QStringLiteral("original"),
+                                  QStringLiteral("--cover-quality"), QStringLiteral("60")});
+    ASSERT_EQ(b.exitCode, 0) << b.errText().toStdString();
+    const QByteArray reencoded = coverIn(smaller);
+    EXPECT_FALSE(reencoded.isEmpty());
+    EXPECT_NE(reencoded, Fixtures::readFile(cover));
+}
+
+// Sources without a picture and no --cover: an image named like a cover
+// beside the audio is used, and the result names it.
+TEST_F(BuildOptions, ACoverImageBesideTheAudioIsUsedAndNamed)
+{
+    const QString cover = path(QStringLiteral("in/Folder.JPG"));
+    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("testsrc=s=300x300"),
+                                  QStringLiteral("-frames:v"), QStringLiteral("1"), QStringLiteral("-f"), QStringLiteral("image2"), cover}));
+    const QString book = path(QStringLiteral("book.m4b"));
+    const CommandRun r = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), book, QStringLiteral("--json"),
+                                  QStringLiteral("--cover-quality"), QStringLiteral("original"), QStringLiteral("--cover-size"),
+                                  QStringLiteral("original")});
+    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
+    EXPECT_EQ(r.json().value(QStringLiteral("coverSource")).toString(), cover);
+    const QJsonObject mp4 = test::MediaReaders::mutagenMp4(book);
+    ASSERT_EQ(mp4.value(QStringLiteral("covr")).toArray().size(), 1) << QJsonDocument(mp4).toJson().toStdString();
+    EXPECT_EQ(mp4.value(QStringLiteral("covr")).toArray().first().toObject().value(QStringLiteral("size")).toInt(),
+              Fixtures::readFile(cover).size());
 }
