@@ -143,8 +143,8 @@ QByteArray BaseExportStrategy::renderCover(const ExportContext& context)
 }
 
 void BaseExportStrategy::finishFile(const ExportContext& context, const QString& file, const BookMetadata& metadata,
-                                    const QList<ChapterInfo>& chapters, const QByteArray& cover, int trackNumber,
-                                    int trackCount, bool freshOutput)
+                                    const QList<ChapterInfo>& chapters, const QByteArray& cover,
+                                    const FilePlacement& placement, bool freshOutput)
 {
     context.throwIfCancelled();
     report(ExportPhase::metadata, 0);
@@ -154,8 +154,7 @@ void BaseExportStrategy::finishFile(const ExportContext& context, const QString&
         request.metadata = metadata;
         request.chapters = chapters;
         request.coverImage = cover;
-        request.trackNumber = trackNumber;
-        request.trackCount = trackCount;
+        request.placement = placement;
         request.freshOutput = freshOutput;
         metadataService_->finishBook(request, context.token());
     } else {

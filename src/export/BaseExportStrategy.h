@@ -2,6 +2,7 @@
 
 #include "core/ChapterInfo.h"
 #include "export/ExportStrategy.h"
+#include "export/FilePlacement.h"
 #include "export/FFmpegAudioEncoder.h"
 #include "export/MetadataWritingService.h"
 #include "export/ProgressCoalescer.h"
@@ -65,8 +66,8 @@ protected:
     // Tags, cover and chapters into a finished file (phase `metadata`), then
     // moov to the front of an MP4 file (phase `fastStart`).
     void finishFile(const ExportContext& context, const QString& file, const BookMetadata& metadata,
-                    const QList<ChapterInfo>& chapters, const QByteArray& cover, int trackNumber = 0,
-                    int trackCount = 0, bool freshOutput = true);
+                    const QList<ChapterInfo>& chapters, const QByteArray& cover, const FilePlacement& placement = {},
+                    bool freshOutput = true);
 
     // Moves a finished file to its place. Refuses a target that is one of the
     // book's sources (key "export.error.no.free.name").

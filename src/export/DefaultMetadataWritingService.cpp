@@ -324,7 +324,7 @@ void DefaultMetadataWritingService::finishBook(const BookFinishRequest& request,
     throwIfCancelled(token);
     const QString ext = info.suffix().toLower();
     if (ext == QStringLiteral("mp3")) {
-        Mp3TagWriter::write(request.file, request.metadata, request.coverImage, request.trackNumber, request.trackCount);
+        Mp3TagWriter::write(request.file, request.metadata, request.coverImage, request.placement);
         return;
     }
     if (ext != QStringLiteral("m4b") && ext != QStringLiteral("m4a"))
@@ -332,7 +332,7 @@ void DefaultMetadataWritingService::finishBook(const BookFinishRequest& request,
             QStringLiteral("Metadata can't be written into \"%1\": not an M4B, M4A or MP3 file").arg(info.fileName()),
             QStringLiteral("MetadataWriting"));
 
-    const QList<MetadataItem> items = MetadataItemBuilder::items(request.metadata, request.trackNumber, request.trackCount);
+    const QList<MetadataItem> items = MetadataItemBuilder::items(request.metadata, request.placement);
     WriteOptions w;
     w.freshOutput = request.freshOutput;
     w.editInPlace = true;

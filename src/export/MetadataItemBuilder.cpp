@@ -66,7 +66,7 @@ QString MetadataItemBuilder::albumTitle(const BookMetadata& m)
     return title.isEmpty() ? prefix : prefix + QStringLiteral(": ") + title;
 }
 
-QList<MetadataItem> MetadataItemBuilder::items(const BookMetadata& m, int trackNumber, int trackCount,
+QList<MetadataItem> MetadataItemBuilder::items(const BookMetadata& m, const FilePlacement& placement,
                                                MP4TagsService::MediaType mediaType)
 {
     QList<MetadataItem> out;
@@ -79,7 +79,7 @@ QList<MetadataItem> MetadataItemBuilder::items(const BookMetadata& m, int trackN
             out.append(MetadataItem::freeform(QString::fromLatin1(name), *v));
     };
 
-    text(u"\u00A9nam", m.title);
+    text(u"\u00A9nam", placement.title ? placement.title : std::optional<QString>(m.title));
     const QString album = albumTitle(m);
     text(u"\u00A9alb", album);
     text(u"\u00A9ART", m.author);
@@ -99,11 +99,17 @@ QList<MetadataItem> MetadataItemBuilder::items(const BookMetadata& m, int trackN
     text(u"soal", m.sortAlbum);
     text(u"soaa", m.sortAlbumArtist);
     out.append(MetadataItem::text(QStringLiteral("stik"), MP4TagsService::mediaTypeName(mediaType)));
-    if (trackNumber > 0) {
-        MetadataItem track = MetadataItem::text(QStringLiteral("trkn"), QString::number(trackNumber));
-        if (trackCount > 0)
-            track.total = trackCount;
+    if (placement.trackNumber > 0) {
+        MetadataItem track = MetadataItem::text(QStringLiteral("trkn"), QString::number(placement.trackNumber));
+        if (placement.trackCount > 0)
+            track.total = placement.trackCount;
         out.append(track);
+    }
+    if (placement.discNumber > 0) {
+        MetadataItem disc = MetadataItem::text(QStringLiteral("disk"), QString::number(placement.discNumber));
+        if (placement.discCount > 0)
+            disc.total = placement.discCount;
+        out.append(disc);
     }
     freeform("NARRATOR", m.narrator);
     freeform("SERIES", m.seriesName);

@@ -2,6 +2,7 @@
 
 #include "container/MP4LanguageAtomWriter.h"
 #include "core/BookMetadata.h"
+#include "export/FilePlacement.h"
 #include "export/MP4TagsService.h"
 #include "export/MetadataItem.h"
 
@@ -56,7 +57,9 @@ namespace folivox {
 //   sonm -sortname, soar -sortartist, soal -sortalbum, soaa -sortalbumartist.
 class MetadataItemBuilder {
 public:
-    static QList<MetadataItem> items(const BookMetadata& metadata, int trackNumber = 0, int trackCount = 0,
+    // The items of a book's file; `placement` gives a per-chapter file or a
+    // split part its own title and track or disc number.
+    static QList<MetadataItem> items(const BookMetadata& metadata, const FilePlacement& placement = {},
                                      MP4TagsService::MediaType mediaType = MP4TagsService::MediaType::audiobook);
 
     // The album text for a book (see above).

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/BookMetadata.h"
+#include "export/FilePlacement.h"
 #include "core/ChapterInfo.h"
 #include "export/CancellationToken.h"
 
@@ -20,9 +21,8 @@ struct BookFinishRequest {
     // Cover bytes already processed for the chosen size and quality (JPEG or
     // PNG); empty for no cover.
     QByteArray coverImage;
-    // Track numbering for per-chapter output files; 0 leaves it out.
-    int trackNumber = 0;
-    int trackCount = 0;
+    // The file's own title and number in a book of several files.
+    FilePlacement placement;
     // True for a file this build has just written (no old cover to remove).
     bool freshOutput = true;
 };

@@ -61,8 +61,7 @@ ExportError failure(const QString& path, const QString& what)
 }
 } // namespace
 
-void Mp3TagWriter::write(const QString& path, const BookMetadata& m, const QByteArray& cover, int trackNumber,
-                         int trackCount)
+void Mp3TagWriter::write(const QString& path, const BookMetadata& m, const QByteArray& cover, const FilePlacement& placement)
 {
     WorkDirectory work;
     const QString copy = work.filePath(QStringLiteral("book.mp3"));
@@ -74,7 +73,7 @@ void Mp3TagWriter::write(const QString& path, const BookMetadata& m, const QByte
             throw failure(path, QStringLiteral("read"));
         TagLib::ID3v2::Tag& tag = *file.ID3v2Tag(true);
 
-        setText(tag, "TIT2", m.title);
+        setText(tag, "TIT2", placement.title ? placement.title : std::optional<QString>(m.title));
         setText(tag, "TALB", MetadataItemBuilder::albumTitle(m));
         setText(tag, "TPE1", m.author);
         setText(tag, "TPE2", m.author);
@@ -94,9 +93,13 @@ void Mp3TagWriter::write(const QString& path, const BookMetadata& m, const QByte
         if (const auto l = nonBlank(m.language))
             language = LanguageCodes::toISO6392(*l).value_or(*l);
         setText(tag, "TLAN", language);
-        setText(tag, "TRCK", trackNumber > 0 ? std::optional<QString>(trackCount > 0 ? QStringLiteral("%1/%2").arg(trackNumber).arg(trackCount)
-                                                                                     : QString::number(trackNumber))
-                                             : std::nullopt);
+        const auto numbered = [](int number, int count) -> std::optional<QString> {
+            if (number <= 0)
+                return std::nullopt;
+            return count > 0 ? QStringLiteral("%1/%2").arg(number).arg(count) : QString::number(number);
+        };
+        setText(tag, "TRCK", numbered(placement.trackNumber, placement.trackCount));
+        setText(tag, "TPOS", numbered(placement.discNumber, placement.discCount));
         setUserText(tag, "NARRATOR", m.narrator);
         setUserText(tag, "SERIES", m.seriesName);
         setUserText(tag, "SERIES-PART", m.seriesName && m.seriesIndex ? std::optional<QString>(m.seriesIndex->text()) : std::nullopt);

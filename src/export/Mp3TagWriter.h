@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/BookMetadata.h"
+#include "export/FilePlacement.h"
 
 #include <QByteArray>
 #include <QString>
@@ -42,8 +43,8 @@ class Mp3TagWriter {
 public:
     // Throws ExportError::underlying naming the file when it cannot be
     // read or written.
-    static void write(const QString& path, const BookMetadata& metadata, const QByteArray& cover, int trackNumber,
-                      int trackCount);
+    static void write(const QString& path, const BookMetadata& metadata, const QByteArray& cover,
+                      const FilePlacement& placement = {});
 };
 
 } // namespace folivox

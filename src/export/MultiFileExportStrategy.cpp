@@ -201,7 +201,8 @@ void MultiFileExportStrategy::run(ExportContext& context)
         context.throwIfCancelled();
         ExportedChapter own = exported[std::size_t(i)];
         own.start = 0;
-        finishFile(context, temps[std::size_t(i)], context.metadata, chapterInfos(context, {own}), cover, i + 1, count,
+        finishFile(context, temps[std::size_t(i)], context.metadata, chapterInfos(context, {own}), cover,
+                   FilePlacement::track(own.title, i + 1, count),
                    !copyFrom[std::size_t(i)].has_value());
         report(ExportPhase::metadata, double(i + 1) / count);
     }

@@ -94,7 +94,7 @@ void PassthroughEntireFileStrategy::run(ExportContext& context)
 
     const std::vector<ExportedChapter> chapters = chaptersAt(context.plan, {0.0}, timing.presentedDuration);
     phase.restart();
-    finishFile(context, output, context.metadata, chapterInfos(context, chapters), cover, 0, 0, false);
+    finishFile(context, output, context.metadata, chapterInfos(context, chapters), cover, {}, false);
     noteTiming(QStringLiteral("metadata"), double(phase.elapsed()) / 1000.0);
 
     completeWithFile(context, output, chapters, QStringLiteral("[Passthrough]"), wall.elapsed());

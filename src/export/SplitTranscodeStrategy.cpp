@@ -318,9 +318,10 @@ void SplitTranscodeStrategy::run(ExportContext& context)
                 partProgress(phase == ExportPhase::encoding ? 0.9 * f : 0.9 + 0.05 * f);
             });
 
-        BookMetadata metadata = context.metadata;
-        metadata.title = partTitle(context.metadata.title, p + 1);
-        finishFile(context, output, metadata, chapterInfos(context, book.chapters), cover);
+        // Every part keeps the book's album; its own title and disc number
+        // say which part it is.
+        finishFile(context, output, context.metadata, chapterInfos(context, book.chapters), cover,
+                   FilePlacement::disc(partTitle(context.metadata.title, p + 1), p + 1, static_cast<int>(parts.size())));
         partProgress(1.0);
         for (ExportedChapter c : book.chapters) {
             c.file = targets[std::size_t(p)];

@@ -494,8 +494,9 @@ TEST_F(EngineBuild, MultiFileOutputCopiesWhatFitsAndEncodesTheRest)
     EXPECT_NEAR(Fixtures::decodedDuration(second), c.duration, 0.1);
     const auto requests = metadata_->requests();
     ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[1].trackNumber, 2);
-    EXPECT_EQ(requests[1].trackCount, 2);
+    EXPECT_EQ(requests[1].placement.trackNumber, 2);
+    EXPECT_EQ(requests[1].placement.trackCount, 2);
+    EXPECT_EQ(requests[1].placement.title, QStringLiteral("Closing"));
     EXPECT_EQ(requests[1].chapters.value(0).title, QStringLiteral("Closing"));
 }
 
@@ -533,8 +534,13 @@ TEST_F(EngineBuild, ASplitBuildMakesNamedPartsWithinTheLimit)
     EXPECT_DOUBLE_EQ(chapters[1].start, 0.0);
     const auto requests = metadata_->requests();
     ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[0].metadata.title, QStringLiteral("Test Book (Part 1)"));
-    EXPECT_EQ(requests[1].metadata.title, QStringLiteral("Test Book (Part 2)"));
+    // One album for every part; each part has its own title and disc number.
+    for (int p = 0; p < 2; ++p) {
+        EXPECT_EQ(requests[std::size_t(p)].metadata.title, QStringLiteral("Test Book"));
+        EXPECT_EQ(requests[std::size_t(p)].placement.title, QStringLiteral("Test Book (Part %1)").arg(p + 1));
+        EXPECT_EQ(requests[std::size_t(p)].placement.discNumber, p + 1);
+        EXPECT_EQ(requests[std::size_t(p)].placement.discCount, 2);
+    }
     // No aside copy is left behind.
     EXPECT_EQ(QDir(dir_.path()).entryList(QDir::Files | QDir::Hidden).size(), 2);
 }

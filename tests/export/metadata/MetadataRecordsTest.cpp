@@ -73,8 +73,9 @@ QImage gradient(int w, int h)
 
 TEST(MetadataItemBuilderTest, EveryBookFieldBecomesItsAtom)
 {
-    const QList<MetadataItem> items = MetadataItemBuilder::items(fullBook(), 4, 12);
-    EXPECT_EQ(valueOf(items, QStringLiteral("\u00A9nam")), QStringLiteral("Equal Rites"));
+    const QList<MetadataItem> items = MetadataItemBuilder::items(fullBook(), FilePlacement::track(QStringLiteral("Chapter Four"), 4, 12));
+    // A per-chapter file: its chapter's title, the book's album.
+    EXPECT_EQ(valueOf(items, QStringLiteral("\u00A9nam")), QStringLiteral("Chapter Four"));
     EXPECT_EQ(valueOf(items, QStringLiteral("\u00A9alb")), QStringLiteral("Discworld 3: Equal Rites"));
     EXPECT_EQ(valueOf(items, QStringLiteral("\u00A9ART")), QStringLiteral("An Author"));
     EXPECT_EQ(valueOf(items, QStringLiteral("aART")), QStringLiteral("An Author"));
@@ -97,6 +98,12 @@ TEST(MetadataItemBuilderTest, EveryBookFieldBecomesItsAtom)
     plain.author = QStringLiteral("   ");
     plain.seriesName = QStringLiteral("Series");
     const QList<MetadataItem> few = MetadataItemBuilder::items(plain);
+    EXPECT_EQ(valueOf(few, QStringLiteral("\u00A9nam")), QStringLiteral("Only a title"));
+    // A split part: its own title and disc number, the book's album.
+    const QList<MetadataItem> part = MetadataItemBuilder::items(plain, FilePlacement::disc(QStringLiteral("Only a title (Part 2)"), 2, 3));
+    EXPECT_EQ(valueOf(part, QStringLiteral("\u00A9nam")), QStringLiteral("Only a title (Part 2)"));
+    EXPECT_EQ(valueOf(part, QStringLiteral("\u00A9alb")), QStringLiteral("Only a title"));
+    EXPECT_EQ(valueOf(part, QStringLiteral("disk")), QStringLiteral("2"));
     EXPECT_EQ(valueOf(few, QStringLiteral("\u00A9alb")), QStringLiteral("Only a title"));
     EXPECT_EQ(valueOf(few, QStringLiteral("\u00A9ART")), QStringLiteral("<missing>"));
     EXPECT_EQ(valueOf(few, QStringLiteral("trkn")), QStringLiteral("<missing>"));

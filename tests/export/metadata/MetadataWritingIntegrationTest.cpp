@@ -505,11 +505,12 @@ TEST_F(MetadataWritingTest, PerChapterM4aGetsTrackNumberAndCover)
     request.file = file;
     request.metadata = bookTags();
     request.coverImage = coverJpeg();
-    request.trackNumber = 1;
-    request.trackCount = 14;
+    request.placement = FilePlacement::track(QStringLiteral("Opening"), 1, 14);
     DefaultMetadataWritingService().finishBook(request, CancellationToken::never());
     const QJsonObject mp4 = MediaReaders::mutagenMp4(file);
     EXPECT_EQ(mp4.value(QStringLiteral("trkn")).toArray().first().toArray(), (QJsonArray{1, 14}));
+    EXPECT_EQ(mp4.value(QStringLiteral("\u00A9nam")).toArray(), QJsonArray{QStringLiteral("Opening")});
+    EXPECT_EQ(mp4.value(QStringLiteral("\u00A9alb")).toArray(), QJsonArray{QStringLiteral("Tests 2.5: The Test Book")});
     EXPECT_EQ(mp4.value(QStringLiteral("covr")).toArray().size(), 1);
     EXPECT_EQ(mp4.value(QStringLiteral("stik")).toArray().first().toInt(), 2);
     // An M4A keeps its own brand.
@@ -526,17 +527,17 @@ TEST_F(MetadataWritingTest, Mp3OutputGetsId3v24WithCoverAndTrackNumber)
     request.file = mp3;
     request.metadata = bookTags();
     request.coverImage = coverJpeg();
-    request.trackNumber = 2;
-    request.trackCount = 9;
+    request.placement = FilePlacement::disc(QStringLiteral("The Test Book (Part 2)"), 2, 9);
     request.chapters = threeChapters();
     DefaultMetadataWritingService().finishBook(request, CancellationToken::never());
 
     const QJsonObject id3 = MediaReaders::mutagenId3(mp3);
     EXPECT_EQ(id3.value(QStringLiteral("_version")).toArray(), (QJsonArray{2, 4, 0}));
-    EXPECT_EQ(id3.value(QStringLiteral("TIT2")).toArray(), QJsonArray{QStringLiteral("The Test Book")});
+    EXPECT_EQ(id3.value(QStringLiteral("TIT2")).toArray(), QJsonArray{QStringLiteral("The Test Book (Part 2)")});
     EXPECT_EQ(id3.value(QStringLiteral("TPE1")).toArray(), QJsonArray{QStringLiteral("Ada Author")});
     EXPECT_EQ(id3.value(QStringLiteral("TALB")).toArray(), QJsonArray{QStringLiteral("Tests 2.5: The Test Book")});
-    EXPECT_EQ(id3.value(QStringLiteral("TRCK")).toArray(), QJsonArray{QStringLiteral("2/9")});
+    EXPECT_EQ(id3.value(QStringLiteral("TPOS")).toArray(), QJsonArray{QStringLiteral("2/9")});
+    EXPECT_FALSE(id3.contains(QStringLiteral("TRCK")));
     EXPECT_EQ(id3.value(QStringLiteral("TLAN")).toArray(), QJsonArray{QStringLiteral("deu")});
     EXPECT_EQ(id3.value(QStringLiteral("TXXX:NARRATOR")).toArray(), QJsonArray{QStringLiteral("Ned Narrator")});
     EXPECT_EQ(id3.value(QStringLiteral("APIC")).toObject().value(QStringLiteral("mime")).toString(), QStringLiteral("image/jpeg"));
