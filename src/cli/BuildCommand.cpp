@@ -18,6 +18,7 @@
 #include "platform/Error.h"
 #include "platform/Log.h"
 #include "sidecars/SidecarApplyPolicy.h"
+#include "sidecars/SidecarChapterFitter.h"
 #include "sidecars/SidecarDiscoveryService.h"
 #include "sidecars/SidecarParserRegistry.h"
 #include "tools/IlstEditor.h"
@@ -417,41 +418,7 @@ BookMetadata BuildCommand::metadataFrom(const Options& o, const std::vector<Trac
 std::vector<Bookmark> BuildCommand::bookmarksFromChapters(const std::vector<Track>& tracks,
                                                           const QList<NormalizedChapter>& chapters)
 {
-    std::vector<double> starts;
-    double total = 0;
-    for (const Track& t : tracks) {
-        starts.push_back(total);
-        total += std::max(0.0, t.duration);
-    }
-    constexpr double eps = 0.001;
-    std::vector<Bookmark> out;
-    for (qsizetype i = 0; i < chapters.size(); ++i) {
-        const double start = std::max(0.0, double(chapters[i].startMs) / 1000.0);
-        double end = i + 1 < chapters.size() ? double(chapters[i + 1].startMs) / 1000.0 : total;
-        if (chapters[i].endMs)
-            end = std::min(end, double(*chapters[i].endMs) / 1000.0);
-        end = std::min(end, total);
-        if (end - start <= eps || start >= total)
-            continue;
-        Bookmark b;
-        b.title = chapters[i].title;
-        b.isSidecarChapter = true;
-        b.duration = end - start;
-        for (std::size_t k = 0; k < tracks.size(); ++k) {
-            const double trackEnd = starts[k] + tracks[k].duration;
-            if (b.tracks.empty()) {
-                if (trackEnd - eps <= start)
-                    continue;
-                b.startOffset = start - starts[k];
-            } else if (starts[k] >= end - eps) {
-                break;
-            }
-            b.tracks.push_back(tracks[k]);
-        }
-        if (!b.tracks.empty())
-            out.push_back(std::move(b));
-    }
-    return out;
+    return SidecarChapterFitter::bookmarks(tracks, chapters);
 }
 
 QString BuildCommand::defaultOutput(const QString& title, OutputFormat format, const QString& folder)
@@ -564,20 +531,21 @@ int BuildCommand::run(const QStringList& args)
             return failure(QStringLiteral("cannot read the chapter file ") + *chapterFile + QStringLiteral(": ") + e.description());
         }
         const auto result = SidecarParserRegistry::parse(text, QUrl::fromLocalFile(QFileInfo(*chapterFile).absoluteFilePath()));
-        if (!result || result->chapters.isEmpty()) {
+        if (!result) {
             progress.finish();
             return failure(QStringLiteral("no chapters could be read from ") + *chapterFile);
         }
-        for (const SidecarWarning& w : result->warnings) {
-            if (w.severity != SidecarWarningSeverity::info)
-                note(QStringLiteral("%1: %2").arg(QFileInfo(*chapterFile).fileName(), w.message));
-        }
-        auto fromFile = bookmarksFromChapters(tracks, result->chapters);
-        if (fromFile.empty()) {
+        // The same fitting `folivox chapters --audio` reports.
+        const FittedSidecarChapters fitted = SidecarChapterFitter::fit(*result, SidecarChapterFitter::totalDurationMs(tracks));
+        const QStringList notices = SidecarChapterFitter::notices(fitted, QFileInfo(*chapterFile).fileName());
+        if (!fitted.isValid) {
             progress.finish();
-            return failure(QStringLiteral("the chapters of ") + *chapterFile + QStringLiteral(" lie beyond the end of the audio"));
+            return failure(QStringLiteral("the chapters of %1 can't be applied: %2\n%3")
+                               .arg(*chapterFile, fitted.firstProblem(), notices.join(u'\n')));
         }
-        bookmarks = std::move(fromFile);
+        for (const QString& line : notices)
+            note(line);
+        bookmarks = SidecarChapterFitter::bookmarks(tracks, fitted.chapters);
         chapterSource = QFileInfo(*chapterFile).fileName();
     } else {
         QList<SidecarAudioInput> audio;
@@ -587,7 +555,8 @@ int BuildCommand::run(const QStringList& args)
         const SidecarApplyPolicy::Decision decision = SidecarApplyPolicy::decide(discovery.discover(audio), o.noSidecar);
         Log::write(QStringLiteral("[Sidecar] ") + decision.reason);
         if (decision.shouldApply() && decision.match) {
-            auto fromFile = bookmarksFromChapters(tracks, decision.match->chapters);
+            auto fromFile = SidecarChapterFitter::bookmarks(
+                tracks, SidecarChapterFitter::fit(decision.match->parseResult, SidecarChapterFitter::totalDurationMs(tracks)).chapters);
             if (!fromFile.empty()) {
                 bookmarks = std::move(fromFile);
                 chapterSource = QFileInfo(decision.match->sidecarURL.toLocalFile()).fileName();
