@@ -1,9 +1,8 @@
 #include "build/BuildUseCase.h"
 
-#include "build/BookTagMerger.h"
+#include "import/BookTagMerger.h"
 #include "build/BuildFailure.h"
 #include "build/BuildOutputPlanner.h"
-#include "build/ChapterFileBookmarks.h"
 #include "build/SourceCover.h"
 #include "export/DefaultExportService.h"
 #include "export/DefaultMetadataWritingService.h"
@@ -16,7 +15,8 @@
 #include "library/CoverFinder.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
-#include "sidecars/SidecarApplyPolicy.h"
+#include "sidecars/SidecarAutoApply.h"
+#include "sidecars/SidecarChapterFitter.h"
 #include "sidecars/SidecarDiscoveryService.h"
 #include "sidecars/SidecarParserRegistry.h"
 
@@ -95,24 +95,23 @@ Chapters chaptersFromFile(const QString& chapterFile, const std::vector<Track>& 
                                    chapterFile);
     }
     const auto result = SidecarParserRegistry::parse(text, QUrl::fromLocalFile(QFileInfo(chapterFile).absoluteFilePath()));
-    if (!result || result->chapters.isEmpty())
+    if (!result)
         throw BuildFailure::failed(
             L10n::format(L10n::text("build.chapters.none", "no chapters could be read from %@"), {chapterFile}), chapterFile);
-    for (const SidecarWarning& w : result->warnings) {
-        if (w.severity == SidecarWarningSeverity::info)
-            continue;
-        const QString line = QStringLiteral("%1: %2").arg(QFileInfo(chapterFile).fileName(), w.message);
+    // The same fitting `folivox chapters --audio` reports.
+    const FittedSidecarChapters fitted = SidecarChapterFitter::fit(*result, SidecarChapterFitter::totalDurationMs(tracks));
+    const QStringList notices = SidecarChapterFitter::notices(fitted, QFileInfo(chapterFile).fileName());
+    if (!fitted.isValid)
+        throw BuildFailure::failed(L10n::format(L10n::text("build.chapters.cannotApply", "the chapters of %@ can't be applied: %@\n%@"),
+                                                {chapterFile, fitted.firstProblem(), notices.join(u'\n')}),
+                                   chapterFile);
+    for (const QString& line : notices) {
         warnings << line;
         if (sinks.note)
             sinks.note(line);
     }
     Chapters chapters;
-    chapters.bookmarks = ChapterFileBookmarks::make(tracks, result->chapters);
-    if (chapters.bookmarks.empty())
-        throw BuildFailure::failed(L10n::format(L10n::text("build.chapters.beyondAudio",
-                                                           "the chapters of %@ lie beyond the end of the audio"),
-                                                {chapterFile}),
-                                   chapterFile);
+    chapters.bookmarks = SidecarChapterFitter::bookmarks(tracks, fitted.chapters);
     chapters.source = QFileInfo(chapterFile).fileName();
     return chapters;
 }
@@ -122,23 +121,15 @@ Chapters chaptersFromDiscovery(const std::vector<Track>& tracks, std::vector<Boo
 {
     Chapters chapters;
     chapters.bookmarks = std::move(imported);
-    QList<SidecarAudioInput> audio;
-    for (const Track& t : tracks)
-        audio.append({t.url, static_cast<std::int64_t>(std::llround(t.duration * 1000.0))});
-    SidecarDiscoveryService discovery;
-    const SidecarApplyPolicy::Decision decision = SidecarApplyPolicy::decide(discovery.discover(audio), noSidecar);
-    Log::write(QStringLiteral("[Sidecar] ") + decision.reason);
-    if (decision.shouldApply() && decision.match) {
-        auto fromFile = ChapterFileBookmarks::make(tracks, decision.match->chapters);
-        if (!fromFile.empty()) {
-            chapters.bookmarks = std::move(fromFile);
-            chapters.source = QFileInfo(decision.match->sidecarURL.toLocalFile()).fileName();
-        }
+    SidecarAutoApply::Outcome found = SidecarAutoApply::apply(tracks, noSidecar);
+    if (found.bookmarks) {
+        chapters.bookmarks = std::move(*found.bookmarks);
+        chapters.source = found.fileName;
     }
-    if (decision.action != SidecarApplyPolicy::Action::ignore || decision.shouldApply()) {
-        warnings << decision.reason;
+    if (found.worthTelling) {
+        warnings << found.reason;
         if (sinks.note)
-            sinks.note(decision.reason);
+            sinks.note(found.reason);
     }
     return chapters;
 }

@@ -359,12 +359,13 @@ ExportSettings BuildCommand::settingsFrom(const Options& o, OutputFormat format,
     return s;
 }
 
-BuildRequest BuildCommand::requestFrom(const Options& o, const ExportSettings& base)
+BuildRequest BuildCommand::requestFrom(const Options& o, const std::optional<ExportSettings>& base)
 {
     BuildRequest r;
     r.inputs = o.inputs;
-    r.settings = settingsFrom(o, BuildOutputPlanner::reconcileFormat(o.format ? o.format : std::optional(base.outputFormat), o.output),
-                              base);
+    // A library book's own format counts as asked for, unless --format says otherwise.
+    const std::optional<OutputFormat> asked = o.format ? o.format : base ? std::optional(base->outputFormat) : std::nullopt;
+    r.settings = settingsFrom(o, BuildOutputPlanner::reconcileFormat(asked, o.output), base.value_or(ExportSettings()));
     r.tags = o.tags;
     r.coverPath = o.cover;
     r.chapterFile = o.chapters;
@@ -405,7 +406,7 @@ int BuildCommand::run(const QStringList& args)
         std::optional<BookBuildInputs> book;
         if (o.book)
             book = libraryBook(o);
-        BuildRequest request = requestFrom(o, book ? book->settings : ExportSettings());
+        BuildRequest request = requestFrom(o, book ? std::optional(book->settings) : std::nullopt);
         if (book)
             request.book = ImportedBook{book->tracks, book->bookmarks, book->metadata};
         if (o.dryRun) {

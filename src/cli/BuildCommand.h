@@ -74,7 +74,7 @@ public:
 
     // The build the options ask for. Throws a usage BuildFailure when -o and
     // --format disagree.
-    static BuildRequest requestFrom(const Options& options, const ExportSettings& base = {});
+    static BuildRequest requestFrom(const Options& options, const std::optional<ExportSettings>& base = std::nullopt);
 };
 
 } // namespace folivox::cli

@@ -3,6 +3,7 @@
 #include "cli/Console.h"
 #include "import/LibavAudioInspector.h"
 #include "platform/Error.h"
+#include "sidecars/SidecarChapterFitter.h"
 #include "sidecars/SidecarDiscoveryService.h"
 #include "sidecars/SidecarMatchingService.h"
 #include "sidecars/SidecarParserRegistry.h"
@@ -76,6 +77,35 @@ QString chaptersText(const QList<NormalizedChapter>& chapters)
         out += QStringLiteral("  %1  %2").arg(i + 1, width).arg(SidecarValidationService::formatTime(c.startMs));
         if (anyEnd)
             out += QStringLiteral(" - %1").arg(c.endMs ? SidecarValidationService::formatTime(*c.endMs) : QString(), -11);
+        out += QStringLiteral("  ") + c.title + u'\n';
+    }
+    return out;
+}
+
+// The chapters a build applies, in seconds, as `folivox build --json` lists them.
+QJsonArray appliedJson(const FittedSidecarChapters& fitted)
+{
+    QJsonArray out;
+    for (const auto& c : fitted.chapters) {
+        QJsonObject o;
+        o.insert(QStringLiteral("title"), c.title);
+        o.insert(QStringLiteral("start"), static_cast<double>(c.startMs) / 1000.0);
+        if (c.endMs)
+            o.insert(QStringLiteral("duration"), static_cast<double>(*c.endMs - c.startMs) / 1000.0);
+        out.append(o);
+    }
+    return out;
+}
+
+QString appliedText(const FittedSidecarChapters& fitted)
+{
+    QString out;
+    const int width = static_cast<int>(QString::number(fitted.chapters.size()).size());
+    for (qsizetype i = 0; i < fitted.chapters.size(); ++i) {
+        const auto& c = fitted.chapters[i];
+        out += QStringLiteral("  %1  %2").arg(i + 1, width).arg(SidecarValidationService::formatTime(c.startMs));
+        if (c.endMs)
+            out += QStringLiteral(" - %1").arg(SidecarValidationService::formatTime(*c.endMs), -11);
         out += QStringLiteral("  ") + c.title + u'\n';
     }
     return out;
@@ -182,9 +212,12 @@ int ChaptersCommand::run(const QStringList& args)
         totalMs = 0;
 
     std::optional<SidecarValidationResult> validation;
+    std::optional<FittedSidecarChapters> fitted;
     std::optional<SidecarMatchResult> match;
     if (!audioURLs.isEmpty()) {
         validation = SidecarValidationService().validate(parsed.format, parsed.chapters, totalMs);
+        // What a build with this file and this audio applies.
+        fitted = SidecarChapterFitter::fit(parsed, totalMs);
         match = SidecarMatchingService().bestMatch(parsed, validation->chapters, audioURLs, totalMs);
     }
 
@@ -212,6 +245,7 @@ int ChaptersCommand::run(const QStringList& args)
             v.insert(QStringLiteral("chapters"), chaptersJson(validation->chapters));
             v.insert(QStringLiteral("warnings"), warningsJson(validation->warnings));
             o.insert(QStringLiteral("validation"), v);
+            o.insert(QStringLiteral("applied"), appliedJson(*fitted));
             QJsonObject m;
             if (match->audioURL)
                 m.insert(QStringLiteral("audio"), match->audioURL->toLocalFile());
@@ -238,6 +272,8 @@ int ChaptersCommand::run(const QStringList& args)
                        .arg(validation->isValid ? QStringLiteral("valid") : QStringLiteral("not valid"))
                        .arg(validation->chapters.size());
             out += warningsText(validation->warnings);
+            if (fitted->isValid)
+                out += QStringLiteral("Applied to the audio:\n") + appliedText(*fitted);
             const QStringList layers = match->matchLayers.names();
             out += QStringLiteral("Match: score %1 (%2), confidence %3")
                        .arg(match->score)
@@ -254,8 +290,8 @@ int ChaptersCommand::run(const QStringList& args)
         Console::err(QStringLiteral("folivox chapters: no chapters found in %1\n").arg(file));
         return ExitFailure;
     }
-    if (validation && !validation->isValid) {
-        const QString why = validation->warnings.isEmpty() ? QString() : validation->warnings.front().message;
+    if (fitted && !fitted->isValid) {
+        const QString why = fitted->firstProblem();
         Console::err(QStringLiteral("folivox chapters: the chapters of %1 do not fit the audio: %2\n").arg(file, why));
         return ExitFailure;
     }

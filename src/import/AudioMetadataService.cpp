@@ -104,6 +104,18 @@ SlotOutcome AudioMetadataService::Context::loadOne(const QString& path, Progress
     const FileToken token(state, watchdog);
     const std::function<bool()> abort = [&token] { return token.isCancelled(); };
 
+    // Only a regular file this user may read is opened: a pipe would hold
+    // the open until something writes to it, and a permission fault is not
+    // damage.
+    if (info.exists() && !info.isFile()) {
+        Log::write(QStringLiteral("[AudioMetadataService] ⚠️ Not a regular file: ") + name);
+        return fail(Reason::notRegularFile);
+    }
+    if (info.exists() && !info.isReadable()) {
+        Log::write(QStringLiteral("[AudioMetadataService] ⚠️ Permission denied: ") + name);
+        return fail(Reason::permissionDenied);
+    }
+
     try {
         MediaProbe probe;
         bool opened = false;
@@ -116,6 +128,16 @@ SlotOutcome AudioMetadataService::Context::loadOne(const QString& path, Progress
             switch (e.kind()) {
             case InspectionError::Kind::timeout:
                 return fail(Reason::timeout);
+            case InspectionError::Kind::noDecoder:
+            case InspectionError::Kind::emptyAudioTrack:
+            case InspectionError::Kind::externalMedia:
+            case InspectionError::Kind::mediaOutsideFile:
+                Log::write(QStringLiteral("[AudioMetadataService] ⚠️ Failed to load ") + name + QStringLiteral(": ")
+                           + e.description());
+                return fail(e.kind() == InspectionError::Kind::noDecoder       ? Reason::undecodableAudio
+                            : e.kind() == InspectionError::Kind::emptyAudioTrack ? Reason::zeroDuration
+                            : e.kind() == InspectionError::Kind::externalMedia   ? Reason::externalMedia
+                                                                                 : Reason::incompleteFile);
             case InspectionError::Kind::noStreamDescription:
                 // Recognisably media, but its header can't be read: ffmpeg
                 // is asked for a duration below before giving up.
@@ -172,6 +194,10 @@ SlotOutcome AudioMetadataService::Context::loadOne(const QString& path, Progress
             const AudioStreamProbe::Result r = streamProbe.probe(path, token);
             if (state.cancelled)
                 return out;
+            // The probe was stopped by this file's watchdog: its answer says
+            // nothing about the stream.
+            if (watchdog.hasStalled())
+                return fail(Reason::timeout);
             if (r.corrupt) {
                 if (!options.repairDamagedFiles)
                     return fail(Reason::brokenAudioStream);

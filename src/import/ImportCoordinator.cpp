@@ -16,6 +16,7 @@
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QHash>
 
 #include <algorithm>
 
@@ -43,6 +44,19 @@ QString pathOf(const QUrl& url)
 bool isM4B(const QString& path)
 {
     return suffixOf(path) == u"m4b";
+}
+
+// An MP4 file starts with one of these top-level boxes.
+bool looksLikeMP4(const QString& path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return true;  // unknown: say nothing about it
+    const QByteArray head = f.read(8);
+    if (head.size() < 8)
+        return false;
+    static const QList<QByteArray> kTypes{"ftyp", "moov", "mdat", "free", "skip", "wide", "pnot", "uuid", "junk"};
+    return kTypes.contains(head.mid(4, 4));
 }
 
 QString seconds(double s)
@@ -204,6 +218,21 @@ ImportCoordinator::Expansion ImportCoordinator::expand(const QList<QUrl>& inputs
         // dot folder (".trash", ".git", ...).
         QStringList found;
         const QDir root(path);
+        // A folder this user can't list would silently contribute nothing.
+        if (!info.isReadable() || !info.isExecutable()) {
+            e.unreadableFolders << path;
+            continue;
+        }
+        QDirIterator dirs(path, QDir::Dirs | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+        while (dirs.hasNext()) {
+            const QString d = dirs.next();
+            const QStringList parts = root.relativeFilePath(d).split(u'/');
+            if (std::any_of(parts.begin(), parts.end(), [](const QString& s) { return s.startsWith(u'.'); }))
+                continue;
+            const QFileInfo di(d);
+            if (!di.isReadable() || !di.isExecutable())
+                e.unreadableFolders << d;
+        }
         QDirIterator it(path, QDir::Files | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             const QString p = it.next();
@@ -216,6 +245,39 @@ ImportCoordinator::Expansion ImportCoordinator::expand(const QList<QUrl>& inputs
             classify(p, false);
     }
     return e;
+}
+
+QString ImportCoordinator::m4bFilesNote(const QStringList& selection, const QList<QUrl>& inputs)
+{
+    // The path as the user knows it: from the folder they gave, or the name.
+    const auto shown = [&inputs](const QString& path) {
+        for (const QUrl& u : inputs) {
+            const QFileInfo in(pathOf(u));
+            if (in.isDir() && path.startsWith(in.absoluteFilePath() + u'/'))
+                return QDir(in.absolutePath()).relativeFilePath(path);
+        }
+        return QFileInfo(path).fileName();
+    };
+    QStringList names;
+    QStringList notMP4;
+    for (const QString& p : selection) {
+        if (!isM4B(p))
+            continue;
+        names << shown(p);
+        if (!looksLikeMP4(p))
+            notMP4 << shown(p);
+    }
+    if (names.isEmpty())
+        return {};
+    constexpr int kShown = 5;
+    QString note = QStringLiteral("\n\nM4B file(s) in this selection: ") + names.mid(0, kShown).join(QStringLiteral(", "));
+    if (names.size() > kShown)
+        note += QStringLiteral(" and %1 more").arg(names.size() - kShown);
+    for (const QString& n : notMP4)
+        note += QStringLiteral("\n%1 is not an M4B audiobook at all (its content is not MP4) — take it out of the "
+                               "folder or give it its right extension.")
+                    .arg(n);
+    return note;
 }
 
 std::optional<ImportAlert> ImportCoordinator::m4bRefusal(const QStringList& selection, const std::vector<Track>& book)
@@ -298,6 +360,7 @@ ImportResult ImportCoordinator::import(const QList<QUrl>& inputs, const Cancella
     const std::vector<Track> bookBefore = bookTracks();
     if (auto refusal = m4bRefusal(expansion.audio + expansion.video, bookBefore)) {
         log(QStringLiteral("Refused: ") + refusal->title);
+        refusal->message += m4bFilesNote(expansion.audio + expansion.video, inputs);
         result.status = ImportResult::Status::refused;
         result.alert = refusal;
         return result;
@@ -306,12 +369,24 @@ ImportResult ImportCoordinator::import(const QList<QUrl>& inputs, const Cancella
     phase.restart();
     QStringList files = expansion.audio;
     QStringList videoAudio;
+    // The extracted audio of each video: a file of ours, never shown to the
+    // user, who is told about the video instead.
+    QHash<QString, QString> videoOf;
+    std::vector<TrackLoadOutcome::UnreadableFile> unreadableVideos;
     if (!expansion.video.isEmpty()) {
         const VideoAudioExtractor extractor(ffmpeg_);
         for (int i = 0; i < expansion.video.size(); ++i) {
             if (token.isCancelled())
                 break;
             const QString& video = expansion.video[i];
+            const QFileInfo videoInfo(video);
+            if (!videoInfo.isFile() || !videoInfo.isReadable()) {
+                unreadableVideos.push_back({QUrl::fromLocalFile(video), videoInfo.isFile()
+                                                                            ? TrackLoadOutcome::FailureReason::permissionDenied
+                                                                            : TrackLoadOutcome::FailureReason::notRegularFile});
+                result.videoFailures << QUrl::fromLocalFile(video);
+                continue;
+            }
             const QString message = L10n::format(L10n::text("import.video.extracting", "Extracting audio from %@ (%d of %d)"),
                                                  {QFileInfo(video).fileName(), QString::number(i + 1),
                                                   QString::number(expansion.video.size())});
@@ -322,7 +397,9 @@ ImportResult ImportCoordinator::import(const QList<QUrl>& inputs, const Cancella
             if (extraction.ok()) {
                 files << extraction.audioPath;
                 videoAudio << extraction.audioPath;
+                videoOf.insert(extraction.audioPath, video);
             } else {
+                unreadableVideos.push_back({QUrl::fromLocalFile(video), TrackLoadOutcome::FailureReason::noAudioFound});
                 log(QStringLiteral("Video extraction failed for ") + QFileInfo(video).fileName() + QStringLiteral(": ")
                     + extraction.error);
                 result.videoFailures << QUrl::fromLocalFile(video);
@@ -360,6 +437,23 @@ ImportResult ImportCoordinator::import(const QList<QUrl>& inputs, const Cancella
     for (Track& t : outcome.tracks)
         if (videoAudio.contains(pathOf(t.url)))
             t = t.withFromVideo(true);
+    // What could not be read is reported as the user gave it: the video
+    // rather than its extracted audio, and folders that could not be listed.
+    for (auto& f : outcome.unreadableFiles) {
+        const auto video = videoOf.constFind(pathOf(f.url));
+        if (video != videoOf.constEnd())
+            f.url = QUrl::fromLocalFile(*video);
+    }
+    for (QUrl& u : outcome.repairedOriginalURLs) {
+        const auto video = videoOf.constFind(pathOf(u));
+        if (video != videoOf.constEnd())
+            u = QUrl::fromLocalFile(*video);
+    }
+    outcome.unreadableFiles.insert(outcome.unreadableFiles.end(), unreadableVideos.begin(), unreadableVideos.end());
+    for (const QString& folder : expansion.unreadableFolders) {
+        log(QStringLiteral("Cannot list folder: ") + folder);
+        outcome.unreadableFiles.push_back({QUrl::fromLocalFile(folder), TrackLoadOutcome::FailureReason::permissionDenied});
+    }
     result.outcome = outcome;
 
     // Source analysis.

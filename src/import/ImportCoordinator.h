@@ -88,12 +88,18 @@ public:
         QStringList video;
         QStringList sidecars;  // dropped chapter files
         QStringList ignored;   // unsupported files given directly
+        QStringList unreadableFolders;  // folders this user may not list (nothing in them is seen)
     };
     static Expansion expand(const QList<QUrl>& inputs);
 
     // The M4B rules: the alert that refuses this selection for a book that
     // holds these files, or none.
     static std::optional<ImportAlert> m4bRefusal(const QStringList& selection, const std::vector<Track>& book);
+    // The lines added to an M4B refusal so that the user can find the files
+    // it is about: each M4B of the selection by its path from the input that
+    // brought it in, and a note on any whose content is not MP4 at all (a
+    // picture that was given the extension, say).
+    static QString m4bFilesNote(const QStringList& selection, const QList<QUrl>& inputs);
 
 private:
     void setVideoProgress(const std::optional<QString>& message, double fraction);

@@ -37,6 +37,26 @@ InspectionError InspectionError::invalidChannelCount(const QString& filename, in
     return InspectionError(Kind::invalidChannelCount, filename, channels);
 }
 
+InspectionError InspectionError::noDecoder(const QString& filename, const QString& codec)
+{
+    return InspectionError(Kind::noDecoder, filename, 0, codec);
+}
+
+InspectionError InspectionError::emptyAudioTrack(const QString& filename)
+{
+    return InspectionError(Kind::emptyAudioTrack, filename, 0);
+}
+
+InspectionError InspectionError::externalMedia(const QString& filename)
+{
+    return InspectionError(Kind::externalMedia, filename, 0);
+}
+
+InspectionError InspectionError::mediaOutsideFile(const QString& filename, double bytesPresent, double bytesNeeded)
+{
+    return InspectionError(Kind::mediaOutsideFile, filename, bytesPresent, QString::number(bytesNeeded, 'f', 0));
+}
+
 QString InspectionError::description() const
 {
     switch (kind_) {
@@ -54,6 +74,15 @@ QString InspectionError::description() const
         return QStringLiteral("Invalid sample rate: %1 Hz in %2").arg(value_).arg(filename_);
     case Kind::invalidChannelCount:
         return QStringLiteral("Invalid channel count: %1 in %2").arg(static_cast<int>(value_)).arg(filename_);
+    case Kind::noDecoder:
+        return QStringLiteral("No audio decoder for the codec %1 in %2").arg(detail_, filename_);
+    case Kind::emptyAudioTrack:
+        return QStringLiteral("The audio track of %1 holds no samples").arg(filename_);
+    case Kind::externalMedia:
+        return QStringLiteral("The audio of %1 is kept in another file that it only refers to").arg(filename_);
+    case Kind::mediaOutsideFile:
+        return QStringLiteral("The audio of %1 runs to byte %2, but the file has only %3 bytes")
+            .arg(filename_, detail_, QString::number(value_, 'f', 0));
     }
     return {};
 }

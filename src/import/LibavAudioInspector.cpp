@@ -3,6 +3,7 @@
 #include "import/AudioSpecificConfig.h"
 #include "import/FFprobeInspector.h"
 #include "import/InspectionError.h"
+#include "import/MP4MediaReferences.h"
 #include "platform/Log.h"
 
 #include <QFile>
@@ -148,6 +149,43 @@ double truncatedMp3Duration(const QString& path, double duration, const std::opt
     return audioBytes * 8.0 / *bitrate;
 }
 
+// A file can open and report a length and still hold no audio that a build
+// can read: no decoder for its codec, an MP4 audio track with no samples, or
+// one whose samples are in another file or past the end of this one (a
+// reference movie, a copy cut short). Such a file is refused here, by name,
+// rather than failing a build later on a work file the user never saw.
+void checkAudioIsReadable(AVFormatContext* ctx, int audioIndex, const QString& path, const QString& name)
+{
+    AVStream* st = ctx->streams[audioIndex];
+    const AVCodec* decoder = avcodec_find_decoder(st->codecpar->codec_id);
+    if (!decoder || decoder->type != AVMEDIA_TYPE_AUDIO)
+        throw InspectionError::noDecoder(name, QString::fromUtf8(avcodec_get_name(st->codecpar->codec_id)));
+
+    // The MP4 demuxer lists every sample of the moov's tables when it opens
+    // the file; fragmented files list theirs later, as they are read.
+    if (!QByteArray(ctx->iformat->name).startsWith("mov,"))
+        return;
+    const MP4MediaReferences::Facts facts = MP4MediaReferences::read(path);
+    if (facts.externalAudio)
+        throw InspectionError::externalMedia(name);
+    if (facts.fragmented)
+        return;
+    const int count = avformat_index_get_entries_count(st);
+    if (count <= 0)
+        throw InspectionError::emptyAudioTrack(name);
+    const std::int64_t fileSize = avio_size(ctx->pb);
+    if (fileSize <= 0)
+        return;
+    std::int64_t end = 0;
+    for (int i = 0; i < count; ++i) {
+        const AVIndexEntry* e = avformat_index_get_entry(st, i);
+        if (e && e->pos >= 0)
+            end = std::max<std::int64_t>(end, e->pos + e->size);
+    }
+    if (end > fileSize)
+        throw InspectionError::mediaOutsideFile(name, static_cast<double>(fileSize), static_cast<double>(end));
+}
+
 } // namespace
 
 LibavAudioInspector::LibavAudioInspector(FFprobeFunction ffprobe, double timeLimitSeconds)
@@ -279,6 +317,8 @@ MediaProbe LibavAudioInspector::probe(const QString& path, const std::function<b
     }
     if (p.container == u"mp3")
         p.duration = truncatedMp3Duration(path, p.duration, p.streamBitrate, avio_size(ctx->pb));
+
+    checkAudioIsReadable(ctx, audioIndex, path, name);
 
     for (unsigned i = 0; i < ctx->nb_chapters; ++i) {
         const AVChapter* ch = ctx->chapters[i];

@@ -17,6 +17,16 @@ const char* TrackLoadOutcome::reasonKey(FailureReason reason)
         return "import.failure.noAudioFound";
     case FailureReason::other:
         return "import.failure.other";
+    case FailureReason::permissionDenied:
+        return "import.failure.permissionDenied";
+    case FailureReason::notRegularFile:
+        return "import.failure.notRegularFile";
+    case FailureReason::undecodableAudio:
+        return "import.failure.undecodable";
+    case FailureReason::externalMedia:
+        return "import.failure.externalMedia";
+    case FailureReason::incompleteFile:
+        return "import.failure.incomplete";
     }
     return "import.failure.other";
 }
@@ -39,6 +49,21 @@ QString TrackLoadOutcome::reasonText(FailureReason reason, int timeoutSeconds)
                                              "incompletely downloaded, or not an audio file");
     case FailureReason::other:
         return L10n::text(reasonKey(reason), "file couldn't be opened — unsupported format or container is corrupt");
+    case FailureReason::permissionDenied:
+        return L10n::text(reasonKey(reason), "permission denied — give your user read access to it (for a folder, "
+                                             "read and open access), or copy it somewhere you can read");
+    case FailureReason::notRegularFile:
+        return L10n::text(reasonKey(reason), "not a regular file (a pipe, socket or device) — save the audio to a "
+                                             "file and add that");
+    case FailureReason::undecodableAudio:
+        return L10n::text(reasonKey(reason), "its audio is in a format Folivox can't decode — convert it to MP3, "
+                                             "AAC or FLAC first");
+    case FailureReason::externalMedia:
+        return L10n::text(reasonKey(reason), "its audio is kept in another file that this one only refers to — "
+                                             "export a self-contained copy from the program that made it");
+    case FailureReason::incompleteFile:
+        return L10n::text(reasonKey(reason), "the file is incomplete: its audio runs past the end of the file — "
+                                             "download or copy it again");
     }
     return {};
 }
@@ -56,6 +81,16 @@ QString TrackLoadOutcome::reasonName(FailureReason reason)
         return QStringLiteral("noAudioFound");
     case FailureReason::other:
         return QStringLiteral("other");
+    case FailureReason::permissionDenied:
+        return QStringLiteral("permissionDenied");
+    case FailureReason::notRegularFile:
+        return QStringLiteral("notRegularFile");
+    case FailureReason::undecodableAudio:
+        return QStringLiteral("undecodableAudio");
+    case FailureReason::externalMedia:
+        return QStringLiteral("externalMedia");
+    case FailureReason::incompleteFile:
+        return QStringLiteral("incompleteFile");
     }
     return {};
 }

@@ -20,6 +20,16 @@ struct TrackLoadOutcome {
         timeout,
         noAudioFound,
         other,
+        // This user may not read the file (or the folder).
+        permissionDenied,
+        // A pipe, socket or device: not opened, since reading may never end.
+        notRegularFile,
+        // No decoder for the audio's codec.
+        undecodableAudio,
+        // An MP4 "reference movie": its audio is in another file.
+        externalMedia,
+        // The audio's samples run past the end of the file.
+        incompleteFile,
     };
 
     struct UnreadableFile {

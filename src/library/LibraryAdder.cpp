@@ -8,7 +8,7 @@
 #include "library/BookTagsFinalizer.h"
 #include "library/CoverFinder.h"
 #include "library/LibraryStore.h"
-#include "library/SidecarBookmarks.h"
+#include "sidecars/SidecarAutoApply.h"
 #include "platform/AppPaths.h"
 #include "platform/Error.h"
 #include "platform/L10n.h"
@@ -188,18 +188,10 @@ LibraryAdder::Outcome LibraryAdder::addOne(const BookCandidate& candidate, const
 
     // A chapter file beside the audio, applied when discovery is sure of it.
     o.chapterSource = QStringLiteral("audio");
-    QList<SidecarAudioInput> audio;
-    for (const Track& t : state.tracks)
-        audio.append({t.url, static_cast<std::int64_t>(std::llround(t.duration * 1000.0))});
-    SidecarDiscoveryService discovery;
-    const SidecarApplyPolicy::Decision decision = SidecarApplyPolicy::decide(discovery.discover(audio), false);
-    Log::write(QStringLiteral("[Sidecar] ") + decision.reason);
-    if (decision.shouldApply() && decision.match) {
-        auto fromFile = SidecarBookmarks::fromChapters(state.tracks, decision.match->chapters);
-        if (!fromFile.empty()) {
-            state.bookmarks = std::move(fromFile);
-            o.chapterSource = QFileInfo(decision.match->sidecarURL.toLocalFile()).fileName();
-        }
+    SidecarAutoApply::Outcome found = SidecarAutoApply::apply(state.tracks, false);
+    if (found.bookmarks) {
+        state.bookmarks = std::move(*found.bookmarks);
+        o.chapterSource = found.fileName;
     }
 
     const QString folder = candidate.kind == BookCandidate::Kind::folder

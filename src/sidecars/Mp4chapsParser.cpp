@@ -138,9 +138,15 @@ SidecarParseResult Mp4chapsParser::parse(const QString& text, const QUrl& url) c
         if (line.isEmpty())
             continue;
 
+        // A time written with a minus sign is read as the negative time it
+        // is (validation then drops it with a warning), not as a bulleted
+        // line: "-00:00:05.000" must not become 5 seconds.
+        const bool negative = SidecarTextRules::startsWithMinusSign(line);
         LineParse parsed;
-        Outcome outcome = tryForms(line, false, parsed);
-        if (outcome == Outcome::noForm) {
+        Outcome outcome = tryForms(negative ? line.mid(1) : line, false, parsed);
+        if (outcome == Outcome::ok && negative)
+            parsed.startMs = -parsed.startMs;
+        if (outcome == Outcome::noForm && !negative) {
             bool removed = false;
             const QString rest = stripDecorations(line, &removed);
             if (removed) {

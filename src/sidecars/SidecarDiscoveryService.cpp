@@ -116,8 +116,14 @@ QString SidecarDiscoveryService::readText(const QString& path)
 {
     const QFileInfo fi(path);
     const QString name = fi.fileName();
-    if (!fi.exists() || !fi.isFile())
-        throw SidecarError::readFailed(name, QStringLiteral("No such file"));
+    // Only a regular file is opened: a pipe would block the read until
+    // something writes to it, a device might never end.
+    if (!fi.exists())
+        throw SidecarError::notFound(name);
+    if (fi.isDir())
+        throw SidecarError::folder(name);
+    if (!fi.isFile())
+        throw SidecarError::notRegularFile(name);
     const std::int64_t size = fi.size();
     const QString key = SidecarFileCache::key(fi.absoluteFilePath(), size, fi.lastModified());
     if (auto cached = fileCache_.text(key))
@@ -126,8 +132,11 @@ QString SidecarDiscoveryService::readText(const QString& path)
         throw SidecarError::fileTooLarge(name, size);
 
     QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
+    if (!f.open(QIODevice::ReadOnly)) {
+        if (!QFileInfo(path).isReadable())
+            throw SidecarError::permissionDenied(name);
         throw SidecarError::readFailed(name, f.errorString());
+    }
     // One byte past the limit tells a file that grew since it was measured.
     const QByteArray bytes = f.read(kMaxFileSize + 1);
     if (f.error() != QFileDevice::NoError)

@@ -120,6 +120,11 @@ std::optional<double> SidecarTextRules::decimalNumber(QStringView text)
     return v;
 }
 
+bool SidecarTextRules::startsWithMinusSign(QStringView line)
+{
+    return line.size() >= 2 && (line[0] == u'-' || line[0] == QChar(0x2212)) && line[1] >= u'0' && line[1] <= u'9';
+}
+
 QString SidecarTextRules::chapterFallback(qsizetype chaptersHeld)
 {
     return QStringLiteral("Chapter %1").arg(chaptersHeld + 1);

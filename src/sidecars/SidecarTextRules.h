@@ -81,6 +81,10 @@ public:
     // white space are refused.
     static std::optional<double> decimalNumber(QStringView text);
 
+    // A minus sign ("-" or U+2212) directly before a digit: the line's time
+    // is negative. "- 0:05" (a dash, then a space) is a list bullet instead.
+    static bool startsWithMinusSign(QStringView line);
+
     // The "Chapter N" fallback.
     static QString chapterFallback(qsizetype chaptersHeld);
 

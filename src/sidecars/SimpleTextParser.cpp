@@ -68,7 +68,10 @@ SidecarParseResult SimpleTextParser::parse(const QString& text, const QUrl& url)
         const QString trimmed = lines[i].trimmed().toString();
         if (trimmed.isEmpty() || trimmed.startsWith(u'#') || trimmed.startsWith(u';'))
             continue;
-        const QString line = Mp4chapsParser::stripDecorations(trimmed);
+        // A minus sign before the time makes it negative (validation rejects
+        // it); only a dash that is not followed by a digit is a bullet.
+        const bool negative = SidecarTextRules::startsWithMinusSign(trimmed);
+        const QString line = negative ? trimmed.mid(1) : Mp4chapsParser::stripDecorations(trimmed);
 
         bool hasHours = true;
         auto m = withHours().match(line);
@@ -100,7 +103,7 @@ SidecarParseResult SimpleTextParser::parse(const QString& text, const QUrl& url)
         title = title.trimmed();
         if (title.isEmpty())
             title = SidecarTextRules::chapterFallback(result.chapters.size());
-        result.chapters.append(NormalizedChapter::make(title, *start));
+        result.chapters.append(NormalizedChapter::make(title, negative ? -*start : *start));
     }
 
     if (result.chapters.isEmpty())

@@ -6,6 +6,7 @@
 #include "import/AudioStreamProbe.h"
 #include "platform/AppPaths.h"
 #include "platform/Log.h"
+#include "support/ScriptedTool.h"
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>
@@ -21,6 +22,7 @@
 using namespace folivox;
 using folivox::test::AudioFixtures;
 using folivox::test::Fixtures;
+using folivox::test::ScriptedTool;
 using Reason = TrackLoadOutcome::FailureReason;
 
 namespace {
@@ -206,32 +208,31 @@ TEST_F(AudioMetadataServiceIntegrationTest, OggFamilyIsNeverStreamProbed)
 
 TEST_F(AudioMetadataServiceIntegrationTest, AStalledFileTimesOutAndTheOthersLoad)
 {
-    // A named pipe with no writer: opening it blocks, as an unreachable
-    // network file does.
-    const QString fifo = path("stuck.mp3");
-    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    // An ffmpeg that hangs on one file, as a decode of an unreachable
+    // network file does; the other file goes to the real ffmpeg.
+    ASSERT_TRUE(Fixtures::tone(path("stuck.mp3"), 1.0));
     ASSERT_TRUE(Fixtures::tone(path("fine.mp3"), 1.0));
+    const QString script = ScriptedTool::write(dir.path(), QStringLiteral("ffmpeg"),
+                                               QStringLiteral("case \"$*\" in *stuck.mp3*) exec sleep 30;; esac\n"
+                                                              "exec ffmpeg \"$@\"\n"));
 
     AudioMetadataService::Options options;
     options.stallInterval = std::chrono::milliseconds(1000);
-    AudioMetadataService service(std::make_shared<FFmpegWrapper>(), options);
+    FFmpegWrapper::Options ffmpegOptions;
+    ffmpegOptions.ffmpegPath = script;
+    AudioMetadataService service(std::make_shared<FFmpegWrapper>(ffmpegOptions), options);
     LogCapture log;
     QElapsedTimer clock;
     clock.start();
-    const auto outcome = service.load({AudioFixtures::url(fifo), AudioFixtures::url(path("fine.mp3"))});
+    const auto outcome = service.load({AudioFixtures::url(path("stuck.mp3")), AudioFixtures::url(path("fine.mp3"))});
     EXPECT_LT(clock.elapsed(), 8000);
 
     ASSERT_EQ(outcome.tracks.size(), 1u);
     EXPECT_EQ(outcome.tracks[0].url, AudioFixtures::url(path("fine.mp3")));
-    const std::vector<TrackLoadOutcome::UnreadableFile> expected{{AudioFixtures::url(fifo), Reason::timeout}};
+    const std::vector<TrackLoadOutcome::UnreadableFile> expected{{AudioFixtures::url(path("stuck.mp3")), Reason::timeout}};
     EXPECT_EQ(outcome.unreadableFiles, expected);
-    EXPECT_TRUE(log.contains("[AudioMetadataService] ⏱ No progress for 1s (stage: opening asset) loading stuck.mp3 "
+    EXPECT_TRUE(log.contains("[AudioMetadataService] ⏱ No progress for 1s (stage: stream probe) loading stuck.mp3 "
                              "— file may be corrupted"));
-
-    // Let the stuck worker go: a writer that closes at once gives it an end of file.
-    const int fd = ::open(QFile::encodeName(fifo).constData(), O_WRONLY);
-    ASSERT_GE(fd, 0);
-    ::close(fd);
 }
 
 TEST_F(AudioMetadataServiceIntegrationTest, CancelledLoadLeavesFilesOut)

@@ -1,4 +1,4 @@
-#include "build/BookTagMerger.h"
+#include "import/BookTagMerger.h"
 
 namespace folivox {
 
