@@ -11,9 +11,18 @@ MP3IntegrityError::MP3IntegrityError(Kind kind, QString fileName, QString reason
 
 QString MP3IntegrityError::description() const
 {
-    const QString pattern = kind_ == Kind::cannotOpen
-        ? L10n::text("mp3integrity.error.cannotOpen", "Cannot open %@ to check it: %@")
-        : L10n::text("mp3integrity.error.cannotRead", "Cannot read %@ to check it: %@");
+    QString pattern;
+    switch (kind_) {
+    case Kind::cannotOpen:
+        pattern = L10n::text("mp3integrity.error.cannotOpen", "Cannot open %@ to check it: %@");
+        break;
+    case Kind::cannotRead:
+        pattern = L10n::text("mp3integrity.error.cannotRead", "Cannot read %@ to check it: %@");
+        break;
+    case Kind::cannotWrite:
+        pattern = L10n::text("mp3integrity.error.cannotWrite", "Cannot write the repaired copy %@: %@");
+        break;
+    }
     return L10n::format(pattern, {fileName_, reason_});
 }
 

@@ -6,10 +6,11 @@
 
 namespace folivox {
 
-// A file that could not be scanned at all. The text names the user's file.
+// A file that could not be scanned at all, or a repaired copy that could not
+// be written. The text names the file.
 class MP3IntegrityError : public Error {
 public:
-    enum class Kind { cannotOpen, cannotRead };
+    enum class Kind { cannotOpen, cannotRead, cannotWrite };
 
     MP3IntegrityError(Kind kind, QString fileName, QString reason);
 
