@@ -6,6 +6,8 @@
 #include "support/Fixtures.h"
 
 #include <QByteArray>
+#include <QDir>
+#include <QFileInfo>
 #include <QString>
 #include <QStringList>
 
@@ -29,6 +31,7 @@ struct Mp3TestFiles {
                          QStringLiteral("-ac"), QString::number(channels), QStringLiteral("-c:a"),
                          QStringLiteral("libmp3lame")};
         args << encodeArgs << path;
+        QDir().mkpath(QFileInfo(path).absolutePath());
         if (!Fixtures::ffmpeg(args))
             return {};
         return Fixtures::readFile(path);
