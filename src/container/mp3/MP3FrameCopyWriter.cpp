@@ -86,7 +86,10 @@ QByteArray MP3FrameCopyWriter::infoFrame(const std::uint8_t* source, const MP3Fr
     int xing = 0;
     bool lame = false;
     const auto& src = scan.infoFrame;
-    if (src && src->kind != MP3InfoFrame::Kind::vbri && (src->flags & 0xF) == 0xF && scan.infoFrameSpan) {
+    // The source's frame is kept only when all four fields fit in it.
+    const bool keep = src && src->kind != MP3InfoFrame::Kind::vbri && (src->flags & 0xF) == 0xF && scan.infoFrameSpan
+        && scan.infoFrameSpan->end - scan.infoFrameSpan->start >= std::size_t(src->tagOffset) + MP3InfoFrame::kLameOffset;
+    if (keep) {
         frame = QByteArray(reinterpret_cast<const char*>(source + scan.infoFrameSpan->start),
                            qsizetype(scan.infoFrameSpan->end - scan.infoFrameSpan->start));
         xing = src->tagOffset;
@@ -104,6 +107,8 @@ QByteArray MP3FrameCopyWriter::infoFrame(const std::uint8_t* source, const MP3Fr
             ++index;
         const int length =
             MP3FrameHeader::frameLengthFor(h.version, MP3FrameHeader::bitrateFor(h.version, index), h.sampleRate, false);
+        if (length < needed)
+            return {}; // no bitrate of this version and rate gives room for it
         frame = QByteArray(length, '\0');
         const int versionBits = h.version == MP3FrameHeader::Version::mpeg1 ? 3
             : h.version == MP3FrameHeader::Version::mpeg2                    ? 2

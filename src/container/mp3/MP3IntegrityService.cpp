@@ -208,7 +208,7 @@ QUuid MP3IntegrityService::scanTracks(const std::vector<Track>& tracks)
                 if (!report)
                     return;
                 QMetaObject::invokeMethod(
-                    this, [this, token, id = trackId, path, r = *report] { publish(token, id, path, r); },
+                    this, [this, token, id = trackId, p = path, r = *report] { publish(token, id, p, r); },
                     Qt::QueuedConnection);
             } catch (const MP3IntegrityError& e) {
                 Log::write(QStringLiteral("[MP3Integrity] ") + e.description());

@@ -1,3 +1,4 @@
+#include "container/mp3/MP3FrameCopyWriter.h"
 #include "container/mp3/MP3FrameHeader.h"
 #include "container/mp3/MP3FrameScanner.h"
 #include "container/mp3/MP3IntegrityReport.h"
@@ -179,4 +180,29 @@ TEST(MP3FrameScannerTest, SynthesisedStreamsLockOnlyOnMatchingPairs)
     EXPECT_EQ(r->holes[0].byteLength, 3 * 417);
     EXPECT_EQ(r->validFrameCount, 100);
     EXPECT_DOUBLE_EQ(r->holes[0].missingSeconds, 3.0 * 417 / 384 * 1152 / 48000);
+}
+
+TEST(MP3FrameCopyWriterTest, AnInfoFrameTooSmallForItsFieldsIsReplaced)
+{
+    // MPEG 2, 8 kbps, 22.05 kHz mono frames of 26 bytes; the first says
+    // "Info" with all four fields, which cannot fit in it.
+    QByteArray bytes;
+    for (int i = 0; i < 20; ++i)
+        bytes += QByteArray("\xFF\xF3\x10\xC0", 4) + QByteArray(22, '\0');
+    bytes.replace(13, 8, QByteArray("Info\0\0\0\x0F", 8));
+    const auto scan = MP3FrameScanner::scan(u(bytes), std::size_t(bytes.size()));
+    ASSERT_TRUE(scan && scan->infoFrame);
+    EXPECT_EQ(scan->validFrameCount, 19);
+
+    const QByteArray info = MP3FrameCopyWriter::infoFrame(u(bytes), *scan);
+    const auto h = MP3FrameHeader::decode(u(info), std::size_t(info.size()));
+    ASSERT_TRUE(h);
+    EXPECT_EQ(h->frameLength, info.size());
+    EXPECT_EQ(h->sampleRate, 22050);
+    EXPECT_EQ(h->channelMode, 3);
+    const auto parsed = MP3InfoFrame::parse(u(info), std::size_t(info.size()), *h);
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed->kind, MP3InfoFrame::Kind::info); // one bitrate throughout
+    EXPECT_EQ(parsed->frames, 19u);
+    EXPECT_EQ(parsed->bytes, std::uint32_t(info.size() + 19 * 26));
 }
