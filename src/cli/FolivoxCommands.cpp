@@ -1,4 +1,5 @@
 #include "cli/BuildCommand.h"
+#include "cli/CheckCommand.h"
 #include "cli/CommandLine.h"
 #include "cli/DemoCommand.h"
 #include "cli/InspectCommand.h"
@@ -16,7 +17,7 @@ std::unique_ptr<CommandLine> makeFolivoxCommandLine()
     cl->add(std::make_unique<ChaptersCommand>());
     cl->add(std::make_unique<RenameCommand>());
     cl->addPending(QStringLiteral("update"), QStringLiteral("rewrite a finished book's tags in place"));
-    cl->addPending(QStringLiteral("check"), QStringLiteral("check MP3 files for damage"));
+    cl->add(std::make_unique<CheckCommand>());
     cl->addPending(QStringLiteral("queue"), QStringLiteral("persistent build queue"));
     cl->add(std::make_unique<LibraryCommand>());
     cl->add(std::make_unique<DemoCommand>());

@@ -2,6 +2,8 @@
 
 #include "cli/Console.h"
 #include "cli/SignalCancellation.h"
+#include "container/mp3/MP3IntegrityError.h"
+#include "container/mp3/MP3IntegrityService.h"
 #include "export/FFmpegWrapper.h"
 #include "import/FFprobeInspector.h"
 #include "import/InspectionError.h"
@@ -28,6 +30,7 @@ struct Inspection {
     std::optional<AudioSourceFormat> format;
     std::optional<TrackLoadOutcome::FailureReason> reason;
     QString detail;
+    std::optional<MP3IntegrityReport> integrity; // MP3s only
 };
 
 // The profile shown for a format: the AAC family by its codec name (after
@@ -164,6 +167,14 @@ QJsonObject toJson(const Inspection& r)
         cover.insert(QStringLiteral("bytes"), static_cast<qint64>(p.coverImage.size()));
     }
     o.insert(QStringLiteral("cover"), cover);
+    if (r.integrity) {
+        QJsonObject integrity;
+        integrity.insert(QStringLiteral("verdict"), enumName(r.integrity->verdict));
+        integrity.insert(QStringLiteral("holes"), static_cast<int>(r.integrity->holes.size()));
+        integrity.insert(QStringLiteral("missingSeconds"), r.integrity->missingSeconds());
+        integrity.insert(QStringLiteral("trueDuration"), r.integrity->trueDuration);
+        o.insert(QStringLiteral("integrity"), integrity);
+    }
     return o;
 }
 
@@ -198,6 +209,14 @@ QString toText(const Inspection& r)
     t += p.coverImage.isEmpty()
         ? QStringLiteral("  Cover:       no\n")
         : QStringLiteral("  Cover:       yes (%1, %2 bytes)\n").arg(coverType(p.coverImage)).arg(p.coverImage.size());
+    if (r.integrity) {
+        t += QStringLiteral("  Integrity:   ") + enumName(r.integrity->verdict);
+        if (!r.integrity->holes.empty())
+            t += QStringLiteral(" (%1 holes, %2 s missing; see folivox check)")
+                     .arg(r.integrity->holes.size())
+                     .arg(r.integrity->missingSeconds(), 0, 'f', 3);
+        t += u'\n';
+    }
     return t;
 }
 
@@ -217,7 +236,8 @@ QString InspectCommand::usage() const
 {
     return QStringLiteral("Usage: folivox inspect [--json] [--verbose] FILE...\n\n"
                           "Shows each file's audio format (codec, profile, sample rate, channels, bitrate,\n"
-                          "duration, container), its tags, embedded chapters and whether it has a cover.\n"
+                          "duration, container), its tags, embedded chapters and whether it has a cover;\n"
+                          "for an MP3 also the verdict of its frame walk (see folivox check).\n"
                           "Files that can't be read are reported with their reason; the command then\n"
                           "exits with status 1.\n\n"
                           "Options:\n"
@@ -258,6 +278,14 @@ int InspectCommand::run(const QStringList& args)
             return ExitCancelled;
         Inspection r = inspectOne(QFileInfo(file).absoluteFilePath(), inspector, *ffprobe);
         r.path = file;
+        if (!r.reason && r.format && r.format->codec == u"mp3") {
+            // The frame walk's verdict; a file it cannot read keeps its other facts.
+            try {
+                r.integrity = MP3IntegrityService::scanFile(file, [] { return SignalCancellation::cancelled(); });
+            } catch (const MP3IntegrityError& e) {
+                Log::write(QStringLiteral("[Inspect] ") + e.description());
+            }
+        }
         all.append(r);
         (r.reason ? unreadable : readable).append(r);
     }

@@ -1,5 +1,8 @@
 #include "import/FileRepairService.h"
 
+#include "container/mp3/MP3FileBytes.h"
+#include "container/mp3/MP3FrameCopyWriter.h"
+#include "container/mp3/MP3FrameScanner.h"
 #include "export/CancellationToken.h"
 #include "export/FFmpegWrapper.h"
 #include "platform/Log.h"
@@ -9,81 +12,232 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QUuid>
+
+#include <algorithm>
+#include <cstdio>
 
 namespace folivox {
 
-FileRepairService::FileRepairService(std::shared_ptr<const FFmpegWrapper> ffmpeg)
-    : ffmpeg_(std::move(ffmpeg))
+namespace {
+
+constexpr auto kTag = "[FileRepairService] ";
+
+void log(const QString& text)
 {
+    Log::write(QLatin1StringView(kTag) + text);
 }
+
+QString secondsText(const QElapsedTimer& clock)
+{
+    return QString::asprintf("%.1f", double(clock.elapsed()) / 1000.0);
+}
+
+// The frame copy of an MP3 into `output`. Nothing when the file has no frame
+// lock (the caller re-encodes); the scan's bitrate goes to `bitrate` for that
+// case. Throws MP3IntegrityError.
+std::optional<MP3FrameCopyWriter::Outcome> copyFrames(const QString& path, const QString& output,
+                                                      const CancellationToken& token, std::optional<int>& bitrate,
+                                                      bool& cancelled)
+{
+    const std::function<bool()> stop = [&token] { return token.isCancelled(); };
+    const MP3FileBytes bytes(path, stop);
+    if (bytes.cancelled() || bytes.access() == MP3FileBytes::Access::tooLarge) {
+        cancelled = bytes.cancelled();
+        return std::nullopt;
+    }
+    const auto scan = MP3FrameScanner::scan(bytes.data(), bytes.size(), stop);
+    if (!scan) {
+        cancelled = true;
+        return std::nullopt;
+    }
+    if (!scan->locked || scan->validFrameCount == 0)
+        return std::nullopt;
+    if (!bitrate && scan->bitrateKbps)
+        bitrate = *scan->bitrateKbps * 1000;
+    log(QStringLiteral("Frame copy of %1: %2 frames kept, %3 holes and %4 trailing bytes left out")
+            .arg(QFileInfo(path).fileName())
+            .arg(scan->validFrameCount)
+            .arg(scan->holes.size())
+            .arg(scan->trailingBytes));
+    auto written = MP3FrameCopyWriter::write(bytes.data(), bytes.size(), *scan, output, stop);
+    if (!written)
+        cancelled = true;
+    return written;
+}
+
+// Moves a finished copy to its destination: a rename on the same file
+// system, otherwise a copy under a hidden name beside it and a rename, so the
+// destination never holds a partial file.
+bool moveInto(const QString& from, const QString& to, QString& error)
+{
+    if (std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0)
+        return true;
+    const QFileInfo dest(to);
+    const QString part = dest.absolutePath() + QStringLiteral("/.") + dest.fileName() + QStringLiteral(".")
+        + QUuid::createUuid().toString(QUuid::Id128).left(8) + QStringLiteral(".part");
+    if (!QFile::copy(from, part)) {
+        error = QStringLiteral("cannot write ") + to;
+        QFile::remove(part);
+        return false;
+    }
+    if (std::rename(QFile::encodeName(part).constData(), QFile::encodeName(to).constData()) != 0) {
+        error = QStringLiteral("cannot write ") + to;
+        QFile::remove(part);
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+struct FileRepairService::Produced {
+    Outcome outcome;
+    WorkDirectory folder;
+};
+
+FileRepairService::FileRepairService(std::shared_ptr<const FFmpegWrapper> ffmpeg) : ffmpeg_(std::move(ffmpeg)) {}
 
 std::optional<QString> FileRepairService::repair(const QString& path, std::optional<int> bitrate,
                                                  const CancellationToken& token, std::optional<double> duration,
                                                  const std::function<void(double)>& progress)
 {
+    const QFileInfo source(path);
+    const bool mp3 = source.suffix().compare(QStringLiteral("mp3"), Qt::CaseInsensitive) == 0;
+    auto produced = run(path, source.completeBaseName() + (mp3 ? QStringLiteral(".mp3") : QStringLiteral(".flac")),
+                        bitrate, token, duration, progress);
+    if (!produced)
+        return std::nullopt;
+    // The copy outlives this call: the book now refers to it.
+    produced->folder.release();
+    return produced->outcome.path;
+}
+
+std::optional<FileRepairService::Outcome> FileRepairService::repairTo(const QString& path, const QString& output,
+                                                                      const CancellationToken& token,
+                                                                      std::optional<int> bitrate,
+                                                                      std::optional<double> duration,
+                                                                      const std::function<void(double)>& progress)
+{
+    auto produced = run(path, QFileInfo(output).fileName(), bitrate, token, duration, progress);
+    if (!produced)
+        return std::nullopt;
+    Outcome outcome = produced->outcome;
+    QString error;
+    if (!moveInto(outcome.path, output, error)) {
+        log(QStringLiteral("❌ Repair failed for %1 after %2s: %3")
+                .arg(QFileInfo(path).fileName(), QString::asprintf("%.1f", outcome.seconds), error));
+        return std::nullopt;
+    }
+    outcome.path = output;
+    return outcome;
+}
+
+std::optional<FileRepairService::Produced> FileRepairService::run(const QString& path, const QString& outputName,
+                                                                  std::optional<int> bitrate,
+                                                                  const CancellationToken& token,
+                                                                  std::optional<double> duration,
+                                                                  const std::function<void(double)>& progress)
+{
     std::lock_guard lock(mutex_);
     const QFileInfo source(path);
     const QString name = source.fileName();
     if (!QFileInfo::exists(ffmpeg_->ffmpegPath())) {
-        Log::write(QStringLiteral("[FileRepairService] FFmpeg unavailable — skipping repair for ") + name);
+        log(QStringLiteral("FFmpeg unavailable — skipping repair for ") + name);
         return std::nullopt;
     }
-
     std::optional<WorkDirectory> folder;
     try {
         folder.emplace();
     } catch (const std::exception& e) {
-        Log::write(QStringLiteral("[FileRepairService] Failed to create repair dir: ") + QString::fromUtf8(e.what()));
+        log(QStringLiteral("Failed to create repair dir: ") + QString::fromUtf8(e.what()));
         return std::nullopt;
     }
-
-    const bool mp3 = source.suffix().compare(QStringLiteral("mp3"), Qt::CaseInsensitive) == 0;
-    const QString output = folder->filePath(source.completeBaseName() + (mp3 ? QStringLiteral(".mp3")
-                                                                              : QStringLiteral(".flac")));
-    QStringList args{QStringLiteral("-y"), QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-err_detect"),
-                     QStringLiteral("ignore_err"), QStringLiteral("-i"), path, QStringLiteral("-map"),
-                     QStringLiteral("0:a:0"), QStringLiteral("-map_metadata"), QStringLiteral("0"),
-                     QStringLiteral("-vn")};
-    if (mp3) {
-        const int kbps = std::clamp(bitrate.value_or(128000) / 1000, 32, 320);
-        args << QStringLiteral("-c:a") << QStringLiteral("libmp3lame") << QStringLiteral("-b:a")
-             << QStringLiteral("%1k").arg(kbps) << QStringLiteral("-id3v2_version") << QStringLiteral("3");
-    } else {
-        args << QStringLiteral("-c:a") << QStringLiteral("flac");
-    }
-    args << output;
 
     QElapsedTimer clock;
     clock.start();
-    FFmpegResult run;
+    const QString output = folder->filePath(outputName);
+    const bool mp3Out = outputName.endsWith(QStringLiteral(".mp3"), Qt::CaseInsensitive);
+    Outcome outcome;
+    outcome.path = output;
+    std::optional<qint64> exactBytes;
     try {
-        run = ffmpeg_->run(args, duration, token, progress);
+        bool copied = false;
+        if (mp3Out) {
+            bool cancelled = false;
+            const auto frames = copyFrames(path, output, token, bitrate, cancelled);
+            if (cancelled || token.isCancelled()) {
+                log(QStringLiteral("Repair of ") + name + QStringLiteral(" cancelled"));
+                return std::nullopt;
+            }
+            if (frames) {
+                // One decode of the copy: frames that pass the header walk can
+                // still hold data the decoder rejects.
+                const FFmpegResult check = ffmpeg_->run({QStringLiteral("-nostdin"), QStringLiteral("-v"),
+                                                         QStringLiteral("error"), QStringLiteral("-i"), output,
+                                                         QStringLiteral("-map"), QStringLiteral("0:a:0"),
+                                                         QStringLiteral("-f"), QStringLiteral("null"),
+                                                         QStringLiteral("-")},
+                                                        std::nullopt, token);
+                if (token.isCancelled()) {
+                    log(QStringLiteral("Repair of ") + name + QStringLiteral(" cancelled"));
+                    return std::nullopt;
+                }
+                if (check.success && check.decodeErrorCount == 0 && check.stderr.trimmed().isEmpty()) {
+                    copied = true;
+                    exactBytes = frames->bytes;
+                    outcome.method = Method::frameCopy;
+                } else {
+                    log(QStringLiteral("%1 decode errors in the copied frames of %2 — re-encoding instead")
+                            .arg(check.decodeErrorCount)
+                            .arg(name));
+                    QFile::remove(output);
+                }
+            }
+        }
+        if (!copied) {
+            outcome.method = Method::reencode;
+            QStringList args{QStringLiteral("-y"), QStringLiteral("-v"), QStringLiteral("error"),
+                             QStringLiteral("-err_detect"), QStringLiteral("ignore_err"), QStringLiteral("-i"), path,
+                             QStringLiteral("-map"), QStringLiteral("0:a:0"), QStringLiteral("-map_metadata"),
+                             QStringLiteral("0"), QStringLiteral("-vn")};
+            if (mp3Out) {
+                const int kbps = std::clamp(bitrate.value_or(128000) / 1000, 32, 320);
+                args << QStringLiteral("-c:a") << QStringLiteral("libmp3lame") << QStringLiteral("-b:a")
+                     << QStringLiteral("%1k").arg(kbps) << QStringLiteral("-id3v2_version") << QStringLiteral("3");
+            } else {
+                args << QStringLiteral("-c:a") << QStringLiteral("flac");
+            }
+            args << output;
+            const FFmpegResult result = ffmpeg_->run(args, duration, token, progress);
+            if (!result.success) {
+                log(QStringLiteral("❌ Repair failed for %1 after %2s: %3")
+                        .arg(name, secondsText(clock), result.error.value_or(QString())));
+                return std::nullopt;
+            }
+        }
     } catch (const std::exception& e) {
-        Log::write(QStringLiteral("[FileRepairService] ❌ Repair of ") + name + QStringLiteral(" could not start: ")
-                   + QString::fromUtf8(e.what()));
+        log(QStringLiteral("execute threw: ") + QString::fromUtf8(e.what()));
         return std::nullopt;
     }
-    if (!run.success) {
-        Log::write(QStringLiteral("[FileRepairService] ❌ Repair failed for ") + name + QStringLiteral(": ")
-                   + run.error.value_or(QString()));
-        return std::nullopt;
-    }
+
     const QFileInfo out(output);
     if (!out.exists()) {
-        Log::write(QStringLiteral("[FileRepairService] ❌ Repair reported success but output missing: ") + output);
+        log(QStringLiteral("❌ Repair reported success but output missing: ") + output);
         return std::nullopt;
     }
     const auto size = static_cast<unsigned long long>(out.size());
-    if (out.size() < kMinimumOutputBytes) {
-        Log::write(QStringLiteral("[FileRepairService] ❌ Repair output too small (%1 bytes) for ").arg(size) + name);
+    if (out.size() < kMinimumOutputBytes || (exactBytes && out.size() != *exactBytes)) {
+        log(QStringLiteral("❌ Repair output too small (%1 bytes) for ").arg(size) + name);
         return std::nullopt;
     }
-    Log::write(QStringLiteral("[FileRepairService] ✅ Repaired ") + name + QStringLiteral(" → ")
-               + QString::number(size) + QStringLiteral(" bytes in ")
-               + QString::asprintf("%.1f", static_cast<double>(clock.elapsed()) / 1000.0) + QStringLiteral("s"));
-    // The repaired copy outlives this call: the book now refers to it.
-    folder->release();
-    return output;
+    outcome.bytes = out.size();
+    outcome.seconds = double(clock.elapsed()) / 1000.0;
+    log(QStringLiteral("✅ Repaired ") + name + QStringLiteral(" → ") + QString::number(size) + QStringLiteral(" bytes in ")
+        + secondsText(clock) + QStringLiteral("s"));
+    if (progress)
+        progress(1.0);
+    return Produced{outcome, std::move(*folder)};
 }
 
 } // namespace folivox

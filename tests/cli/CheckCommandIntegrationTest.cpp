@@ -1,0 +1,195 @@
+// `folivox check` run as a child process on MP3s made by ffmpeg and damaged
+// by the test.
+#include "container/mp3/Mp3TestFiles.h"
+#include "support/Fixtures.h"
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using folivox::test::Fixtures;
+using folivox::test::Mp3TestFiles;
+
+namespace {
+
+struct CommandRun {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+    QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
+};
+
+CommandRun runFolivox(const QStringList& args)
+{
+    QProcess p;
+    p.setProgram(QCoreApplication::applicationDirPath() + QStringLiteral("/folivox"));
+    p.setArguments(args);
+    p.setStandardInputFile(QProcess::nullDevice());
+    p.start();
+    CommandRun r;
+    if (!p.waitForStarted(10000) || !p.waitForFinished(120000)) {
+        p.kill();
+        p.waitForFinished();
+        return r;
+    }
+    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    r.out = p.readAllStandardOutput();
+    r.err = p.readAllStandardError();
+    return r;
+}
+
+QByteArray md5(const QString& path)
+{
+    return QCryptographicHash::hash(Fixtures::readFile(path), QCryptographicHash::Md5);
+}
+
+// The bytes of the audio frames of a file (its Info frame left out).
+QByteArray audioFrames(const QByteArray& bytes)
+{
+    const auto frames = Mp3TestFiles::frames(bytes);
+    if (frames.size() < 2)
+        return {};
+    const auto& last = frames.back();
+    return bytes.mid(frames[1].offset, last.offset + last.length - frames[1].offset);
+}
+
+class CheckCommandIntegrationTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        clean_ = Mp3TestFiles::make(path("src/clean.mp3"), 20.0, {"-b:a", "96k", "-metadata", "title=Chapter One"});
+        frames_ = Mp3TestFiles::frames(clean_);
+        ASSERT_GT(frames_.size(), 700u);
+    }
+    QString path(const QString& name) const { return dir_.filePath(name); }
+
+    // The clean file with a 40000-byte hole at frame 300 (about 3.3 s).
+    QByteArray damaged() const
+    {
+        QByteArray bytes = clean_;
+        bytes.insert(frames_[300].offset, Mp3TestFiles::garbage(40000, 9));
+        return bytes;
+    }
+
+    QTemporaryDir dir_;
+    QByteArray clean_;
+    std::vector<Mp3TestFiles::Frame> frames_;
+};
+
+} // namespace
+
+TEST_F(CheckCommandIntegrationTest, VerdictsHolesAndExitStatus)
+{
+    ASSERT_TRUE(Fixtures::writeFile(path("book/01 clean.mp3"), clean_));
+    ASSERT_TRUE(Fixtures::writeFile(path("book/02 damaged.mp3"), damaged()));
+
+    CommandRun r = runFolivox({"check", "--json", "-q", path("book")});
+    EXPECT_EQ(r.exitCode, 3) << r.err.toStdString();
+    QJsonObject doc = r.json();
+    QJsonArray files = doc["files"].toArray();
+    ASSERT_EQ(files.size(), 2);
+    EXPECT_EQ(files[0].toObject()["verdict"].toString(), "clean");
+    EXPECT_TRUE(files[0].toObject()["holes"].toArray().isEmpty());
+    const QJsonObject bad = files[1].toObject();
+    EXPECT_EQ(bad["verdict"].toString(), "damaged");
+    ASSERT_EQ(bad["holes"].toArray().size(), 1);
+    const QJsonObject hole = bad["holes"].toArray()[0].toObject();
+    EXPECT_EQ(hole["byteOffset"].toInteger(), frames_[300].offset);
+    EXPECT_EQ(hole["byteLength"].toInteger(), 40000);
+    EXPECT_NEAR(hole["startTime"].toDouble(), 299 * 1152.0 / 44100, 1e-9);
+    EXPECT_GT(hole["missingSeconds"].toDouble(), 3.0);
+    EXPECT_EQ(bad["claimedBy"].toString(), "Xing header");
+    EXPECT_EQ(doc["summary"].toObject()["damaged"].toInt(), 1);
+    EXPECT_EQ(doc["summary"].toObject()["exitStatus"].toInt(), 3);
+
+    // Text: a line per hole and the summary.
+    r = runFolivox({"check", "-q", path("book/02 damaged.mp3")});
+    EXPECT_EQ(r.exitCode, 3);
+    EXPECT_TRUE(r.out.contains(QStringLiteral("hole 1: byte %1, 40000 bytes, at 00:00:07.811").arg(frames_[300].offset).toUtf8()))
+        << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains("1 file: 0 clean, 1 damaged, 0 could not be checked")) << r.out.toStdString();
+
+    // All clean: 0. A file without frames or a missing one: 1, named.
+    EXPECT_EQ(runFolivox({"check", "-q", path("book/01 clean.mp3")}).exitCode, 0);
+    ASSERT_TRUE(Fixtures::writeFile(path("tag-only.mp3"), clean_.left(frames_[0].offset)));
+    r = runFolivox({"check", "-q", path("book"), path("tag-only.mp3"), path("gone.mp3")});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(r.out.contains("tag-only.mp3: unknown")) << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains("gone.mp3: could not be checked")) << r.out.toStdString();
+    EXPECT_EQ(runFolivox({"check"}).exitCode, 2);
+    EXPECT_EQ(runFolivox({"check", "--bogus", path("book")}).exitCode, 2);
+}
+
+TEST_F(CheckCommandIntegrationTest, RepairCopiesTheValidFramesAndLeavesTheSourceAlone)
+{
+    const QByteArray bytes = damaged() + QByteArray("TAG") + QByteArray(125, ' ');
+    ASSERT_TRUE(Fixtures::writeFile(path("in/book.mp3"), bytes));
+    const QByteArray before = md5(path("in/book.mp3"));
+
+    CommandRun r = runFolivox({"check", "--json", "-q", "--repair", path("out"), path("in/book.mp3")});
+    EXPECT_EQ(r.exitCode, 3) << r.err.toStdString();
+    const QJsonObject repair = r.json()["files"].toArray()[0].toObject()["repair"].toObject();
+    EXPECT_EQ(repair["method"].toString(), "frameCopy") << r.out.toStdString();
+    EXPECT_EQ(md5(path("in/book.mp3")), before);
+
+    const QByteArray copy = Fixtures::readFile(path("out/book.mp3"));
+    EXPECT_EQ(repair["bytes"].toInteger(), copy.size());
+    // Tags kept at both ends; every audio frame exactly as in the undamaged file.
+    EXPECT_EQ(copy.left(frames_[0].offset), clean_.left(frames_[0].offset));
+    EXPECT_EQ(copy.right(128), bytes.right(128));
+    EXPECT_EQ(audioFrames(copy), audioFrames(clean_));
+    // Our own scan finds nothing; the Info frame tells the new length.
+    r = runFolivox({"check", "--json", "-q", path("out/book.mp3")});
+    EXPECT_EQ(r.exitCode, 0);
+    const QJsonObject again = r.json()["files"].toArray()[0].toObject();
+    EXPECT_TRUE(again["holes"].toArray().isEmpty());
+    EXPECT_EQ(again["trailingBytes"].toInteger(), 0);
+    EXPECT_DOUBLE_EQ(again["claimedDuration"].toDouble(), again["trueDuration"].toDouble());
+    // ffmpeg decodes it without a complaint, to the same length as the original.
+    QProcess ffmpeg;
+    ffmpeg.start("ffmpeg", {"-v", "error", "-nostdin", "-i", path("out/book.mp3"), "-f", "null", "-"});
+    ASSERT_TRUE(ffmpeg.waitForFinished(60000));
+    EXPECT_EQ(ffmpeg.exitCode(), 0);
+    EXPECT_TRUE(ffmpeg.readAllStandardError().trimmed().isEmpty());
+    EXPECT_NEAR(Fixtures::decodedDuration(path("out/book.mp3")), Fixtures::decodedDuration(path("src/clean.mp3")), 1e-3);
+
+    // An existing copy is replaced only with --force.
+    r = runFolivox({"check", "-q", "--repair", path("out"), path("in/book.mp3")});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(r.out.contains("exists (use --force")) << r.out.toStdString();
+    EXPECT_EQ(runFolivox({"check", "-q", "-f", "--repair", path("out"), path("in/book.mp3")}).exitCode, 3);
+    // Never onto the source itself.
+    r = runFolivox({"check", "-q", "-f", "--repair", path("in"), path("in/book.mp3")});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(md5(path("in/book.mp3")), before);
+}
+
+TEST_F(CheckCommandIntegrationTest, FramesThatDoNotDecodeAreReEncoded)
+{
+    // A hole, and 20 frames whose headers stand but whose data is noise.
+    QByteArray bytes = damaged();
+    std::uint32_t x = 77;
+    for (int k = 100; k < 120; ++k) {
+        for (qsizetype i = frames_[std::size_t(k)].offset + 6; i < frames_[std::size_t(k) + 1].offset; ++i) {
+            x = x * 1664525u + 1013904223u;
+            bytes[i] = char(x >> 24);
+        }
+    }
+    ASSERT_TRUE(Fixtures::writeFile(path("noisy.mp3"), bytes));
+    const CommandRun r = runFolivox({"check", "--json", "-q", "--repair", path("fixed"), path("noisy.mp3")});
+    EXPECT_EQ(r.exitCode, 3) << r.err.toStdString();
+    const QJsonObject repair = r.json()["files"].toArray()[0].toObject()["repair"].toObject();
+    EXPECT_EQ(repair["method"].toString(), "reencode") << r.out.toStdString();
+    QProcess ffmpeg;
+    ffmpeg.start("ffmpeg", {"-v", "error", "-nostdin", "-i", path("fixed/noisy.mp3"), "-f", "null", "-"});
+    ASSERT_TRUE(ffmpeg.waitForFinished(60000));
+    EXPECT_TRUE(ffmpeg.readAllStandardError().trimmed().isEmpty());
+    // No work folders left behind.
+    EXPECT_TRUE(QDir(QDir::tempPath() + "/FolivoxWork").entryList(QDir::Dirs | QDir::NoDotAndDotDot).isEmpty());
+}
