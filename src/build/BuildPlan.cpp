@@ -31,6 +31,7 @@ QJsonObject BuildPlan::toJson() const
         {QStringLiteral("outputPath"), outputPath},
         {QStringLiteral("replacesExisting"), replacesExisting},
         {QStringLiteral("coverSource"), coverSource},
+        {QStringLiteral("damagedFiles"), damage.toJson().value(QStringLiteral("damagedFiles"))},
         {QStringLiteral("warnings"), QJsonArray::fromStringList(warnings)},
         {QStringLiteral("skippedFiles"), skipped},
     };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "build/BuildResult.h"
+#include "build/SourceDamage.h"
 #include "export/ExportDecision.h"
 
 #include <QJsonObject>
@@ -32,6 +33,8 @@ struct BuildPlan {
     // The file the cover came from (given, a source's own picture, or an
     // image beside the audio); empty without a cover.
     QString coverSource;
+    // Damaged MP3 sources, with their holes and the chapters they fall in.
+    SourceDamage damage;
     QStringList warnings;
     std::vector<BuildResult::SkippedFile> skippedFiles;
 

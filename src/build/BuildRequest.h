@@ -41,6 +41,9 @@ struct BuildRequest {
     // Replace a file (or per-chapter files) already at the output; without
     // it, an existing output fails the build before any work.
     bool replaceExisting = false;
+    // Build damaged MP3 sources from clean copies (their valid frames, made
+    // in the work folder; the sources are not changed).
+    bool repairDamaged = false;
 };
 
 } // namespace folivox

@@ -20,6 +20,7 @@ QJsonObject BuildResult::toJson() const
     for (const QString& w : warnings)
         warningList.append(w);
     doc.insert(QStringLiteral("warnings"), warningList);
+    doc.insert(QStringLiteral("damagedFiles"), damage.toJson().value(QStringLiteral("damagedFiles")));
     QJsonArray skipped;
     for (const SkippedFile& s : skippedFiles)
         skipped.append(QJsonObject{{QStringLiteral("file"), s.path}, {QStringLiteral("reason"), s.reason}});

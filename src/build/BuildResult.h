@@ -1,5 +1,6 @@
 #pragma once
 
+#include "build/SourceDamage.h"
 #include "core/ExportSettings.h"
 #include "export/ExportContext.h"
 
@@ -31,6 +32,8 @@ struct BuildResult {
     // The file the cover came from (given, a source's own picture, or an
     // image beside the audio); empty without a cover.
     QString coverSource;
+    // Damaged MP3 sources, with their holes and the chapters they fall in.
+    SourceDamage damage;
     // Things the user should read: chapter-file warnings, sidecar decisions,
     // import reports.
     QStringList warnings;

@@ -3,6 +3,7 @@
 #include "import/BookTagMerger.h"
 #include "build/BuildFailure.h"
 #include "build/BuildOutputPlanner.h"
+#include "build/SourceDamage.h"
 #include "build/SourceCover.h"
 #include "export/DefaultExportService.h"
 #include "export/DefaultMetadataWritingService.h"
@@ -10,11 +11,13 @@
 #include "export/ExportSettingsValidator.h"
 #include "export/FFmpegWrapper.h"
 #include "export/UserFacingError.h"
+#include "import/FileRepairService.h"
 #include "import/ImportCoordinator.h"
 #include "import/LibavAudioInspector.h"
 #include "library/CoverFinder.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
+#include "platform/WorkDirectory.h"
 #include "sidecars/SidecarAutoApply.h"
 #include "sidecars/SidecarChapterFitter.h"
 #include "sidecars/SidecarDiscoveryService.h"
@@ -145,6 +148,9 @@ struct BuildUseCase::Prepared {
     bool outputExists = false;
     // The file the cover came from, if there is one.
     QString coverSource;
+    SourceDamage damage;
+    // Repaired copies of damaged sources live here for the length of the build.
+    std::shared_ptr<WorkDirectory> repairs;
     QStringList warnings;
     std::vector<BuildResult::SkippedFile> skippedFiles;
 };
@@ -229,6 +235,8 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
                                     : chaptersFromDiscovery(tracks, coordinator.bookChapters(), request.noSidecar, sinks,
                                                             prepared.warnings);
 
+    checkDamage(prepared, request, token, sinks);
+
     // Tags, cover and the output.
     const QFileInfo firstInput(request.inputs.first());
     const QString fallbackTitle = firstInput.isDir() ? QDir(firstInput.absoluteFilePath()).dirName() : firstInput.completeBaseName();
@@ -250,6 +258,58 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
     BuildOutputPlanner::check(prepared.output, format);
     prepared.outputExists = BuildOutputPlanner::checkReplace(prepared.output, format, request.replaceExisting);
     return prepared;
+}
+
+void BuildUseCase::checkDamage(Prepared& prepared, const BuildRequest& request, const CancellationToken& token, const Sinks& sinks)
+{
+    std::optional<SourceDamage> damage = SourceDamage::scan(prepared.tracks, prepared.chapters.bookmarks, token);
+    if (!damage)
+        throw BuildFailure::cancelled();
+    prepared.damage = std::move(*damage);
+    if (prepared.damage.isEmpty())
+        return;
+    if (request.repairDamaged) {
+        auto ffmpeg = std::make_shared<FFmpegWrapper>();
+        FileRepairService repairer(ffmpeg);
+        prepared.repairs = std::make_shared<WorkDirectory>();
+        int n = 0;
+        for (SourceDamage::File& file : prepared.damage.files) {
+            const QString source = file.report.url.toLocalFile();
+            const QString copy = prepared.repairs->filePath(QStringLiteral("%1-%2").arg(++n).arg(QFileInfo(source).fileName()));
+            if (sinks.progress)
+                sinks.progress(L10n::text("build.phase.repairing", "Repairing damaged files…"),
+                               double(n - 1) / double(prepared.damage.files.size()));
+            const auto made = repairer.repairTo(source, copy, token);
+            if (token.isCancelled())
+                throw BuildFailure::cancelled();
+            if (!made)
+                throw BuildFailure::failed(
+                    L10n::format(L10n::text("build.damage.repairFailed", "the damaged file %@ could not be repaired"), {source}),
+                    source);
+            file.repairedCopy = made->path;
+            const QUrl from = file.report.url;
+            const QUrl to = QUrl::fromLocalFile(made->path);
+            const auto swap = [&](Track& t) {
+                if (t.url != from)
+                    return;
+                t.url = to;
+                // The copy is another file: its format is probed again before the build.
+                t.cachedFileSize.reset();
+                t.cachedFileModificationDate.reset();
+            };
+            for (Track& t : prepared.tracks)
+                swap(t);
+            for (Bookmark& b : prepared.chapters.bookmarks) {
+                for (Track& t : b.tracks)
+                    swap(t);
+            }
+        }
+    }
+    for (const QString& line : prepared.damage.lines()) {
+        prepared.warnings << line;
+        if (sinks.note)
+            sinks.note(line);
+    }
 }
 
 BuildUseCase::Prepared BuildUseCase::prepareImported(const ImportedBook& book, const BuildRequest& request,
@@ -275,6 +335,7 @@ BuildUseCase::Prepared BuildUseCase::prepareImported(const ImportedBook& book, c
         prepared.metadata.coverImageData = givenCover;
     if (prepared.metadata.title.trimmed().isEmpty())
         prepared.metadata.title = QStringLiteral("Audiobook");
+    checkDamage(prepared, request, CancellationToken::never(), {});
     const OutputFormat format = request.settings.outputFormat;
     prepared.output = BuildOutputPlanner::plan(request.output, prepared.metadata.title, format);
     BuildOutputPlanner::check(prepared.output, format);
@@ -320,6 +381,7 @@ BuildPlan BuildUseCase::preview(const BuildRequest& request, std::shared_ptr<con
     plan.replacesExisting = prepared.outputExists;
     plan.warnings = prepared.warnings;
     plan.coverSource = prepared.coverSource;
+    plan.damage = prepared.damage;
     plan.skippedFiles = prepared.skippedFiles;
     return plan;
 }
@@ -380,6 +442,7 @@ BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const
     result.logFile = exported.logFile;
     result.warnings = prepared.warnings;
     result.coverSource = prepared.coverSource;
+    result.damage = prepared.damage;
     result.skippedFiles = prepared.skippedFiles;
     return result;
 }

@@ -47,6 +47,9 @@ private:
     struct Prepared;
     Prepared prepare(const BuildRequest& request, const CancellationToken& token, const Sinks& sinks);
     static Prepared prepareImported(const ImportedBook& book, const BuildRequest& request, const QByteArray& givenCover);
+    // Scans the MP3 sources for damage, tells the user, and with
+    // repairDamaged puts repaired copies in their place.
+    static void checkDamage(Prepared& prepared, const BuildRequest& request, const CancellationToken& token, const Sinks& sinks);
 };
 
 } // namespace folivox

@@ -159,6 +159,8 @@ QString BuildCommand::usage() const
         "  --no-sidecar               ignore chapter files beside the audio\n"
         "  --skip-unreadable          build from the readable files and list the others\n"
         "                             (without it, any input that cannot be read fails the build)\n"
+        "  --repair-damaged           build damaged MP3 sources from clean copies of their valid frames\n"
+        "                             (MP3 sources are always checked; damage is reported either way)\n"
         "  --sort auto|filename|trackNumber|title|dateModified\n\n"
         "Running:\n"
         "  -j N                       parallel encoding jobs\n"
@@ -186,7 +188,7 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
         p.addOption(value(name, "VALUE"));
     for (const TagOption& t : kTagOptions)
         p.addOption(value(t.name, "VALUE"));
-    for (const char* flag : {"keep-bitrate", "snap-to-chapters", "no-sidecar", "skip-unreadable", "json", "dry-run"})
+    for (const char* flag : {"keep-bitrate", "snap-to-chapters", "no-sidecar", "skip-unreadable", "repair-damaged", "json", "dry-run"})
         p.addOption(QCommandLineOption(QString::fromLatin1(flag)));
     p.addOption(QCommandLineOption(QStringList{QStringLiteral("q"), QStringLiteral("quiet")}));
     p.addOption(QCommandLineOption(QStringList{QStringLiteral("v"), QStringLiteral("verbose")}));
@@ -300,6 +302,7 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
         o.chapters = p.value(QStringLiteral("chapters"));
     o.noSidecar = p.isSet(QStringLiteral("no-sidecar"));
     o.skipUnreadable = p.isSet(QStringLiteral("skip-unreadable"));
+    o.repairDamaged = p.isSet(QStringLiteral("repair-damaged"));
     if (p.isSet(QStringLiteral("sort"))) {
         const QString v = p.value(QStringLiteral("sort"));
         o.sort = trackSortModeFromString(v);
@@ -376,6 +379,7 @@ BuildRequest BuildCommand::requestFrom(const Options& o, const std::optional<Exp
     r.logFile = o.logFile;
     r.skipUnreadable = o.skipUnreadable;
     r.replaceExisting = o.force;
+    r.repairDamaged = o.repairDamaged;
     return r;
 }
 

@@ -48,6 +48,7 @@ public:
         std::optional<QString> chapters;
         bool noSidecar = false;
         bool skipUnreadable = false;
+        bool repairDamaged = false;
         std::optional<TrackSortMode> sort;
         std::optional<int> jobs;
         std::optional<QString> logFile;
