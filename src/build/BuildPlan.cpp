@@ -1,6 +1,6 @@
 #include "build/BuildPlan.h"
 
-#include "build/JsonSeconds.h"
+#include "core/JsonSeconds.h"
 #include "core/EnumNames.h"
 
 #include <QJsonArray>

@@ -1,5 +1,7 @@
 #include "build/BuildResult.h"
 
+#include "core/JsonSeconds.h"
+
 #include <QJsonArray>
 
 namespace folivox {
@@ -11,7 +13,7 @@ QJsonObject BuildResult::toJson() const
     doc.insert(QStringLiteral("title"), title);
     doc.insert(QStringLiteral("tracks"), trackCount);
     doc.insert(QStringLiteral("chapterSource"), chapterSource);
-    doc.insert(QStringLiteral("duration"), duration);
+    doc.insert(QStringLiteral("duration"), JsonSeconds::value(duration));
     doc.insert(QStringLiteral("settings"), settings.toJson());
     doc.insert(QStringLiteral("logFile"), logFile);
     if (!coverSource.isEmpty())

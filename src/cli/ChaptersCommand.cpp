@@ -1,5 +1,7 @@
 #include "cli/ChaptersCommand.h"
 
+#include "core/JsonSeconds.h"
+
 #include "cli/Console.h"
 #include "import/LibavAudioInspector.h"
 #include "platform/Error.h"
@@ -47,9 +49,9 @@ QJsonArray chaptersJson(const QList<NormalizedChapter>& chapters)
     for (const auto& c : chapters) {
         QJsonObject o;
         o.insert(QStringLiteral("title"), c.title);
-        o.insert(QStringLiteral("startMs"), static_cast<qint64>(c.startMs));
+        o.insert(QStringLiteral("start"), JsonSeconds::value(static_cast<double>(c.startMs) / 1000.0));
         if (c.endMs)
-            o.insert(QStringLiteral("endMs"), static_cast<qint64>(*c.endMs));
+            o.insert(QStringLiteral("end"), JsonSeconds::value(static_cast<double>(*c.endMs) / 1000.0));
         out.append(o);
     }
     return out;
@@ -89,9 +91,9 @@ QJsonArray appliedJson(const FittedSidecarChapters& fitted)
     for (const auto& c : fitted.chapters) {
         QJsonObject o;
         o.insert(QStringLiteral("title"), c.title);
-        o.insert(QStringLiteral("start"), static_cast<double>(c.startMs) / 1000.0);
+        o.insert(QStringLiteral("start"), JsonSeconds::value(static_cast<double>(c.startMs) / 1000.0));
         if (c.endMs)
-            o.insert(QStringLiteral("duration"), static_cast<double>(*c.endMs - c.startMs) / 1000.0);
+            o.insert(QStringLiteral("duration"), JsonSeconds::value(static_cast<double>(*c.endMs - c.startMs) / 1000.0));
         out.append(o);
     }
     return out;
@@ -238,7 +240,7 @@ int ChaptersCommand::run(const QStringList& args)
                 files.append(u.toLocalFile());
             audio.insert(QStringLiteral("files"), files);
             if (totalKnown)
-                audio.insert(QStringLiteral("totalDurationMs"), static_cast<qint64>(totalMs));
+                audio.insert(QStringLiteral("duration"), JsonSeconds::value(static_cast<double>(totalMs) / 1000.0));
             o.insert(QStringLiteral("audio"), audio);
             QJsonObject v;
             v.insert(QStringLiteral("isValid"), validation->isValid);

@@ -1,5 +1,7 @@
 #include "export/ExportContext.h"
 
+#include "core/JsonSeconds.h"
+
 #include <QJsonArray>
 
 namespace folivox {
@@ -8,8 +10,8 @@ QJsonObject ExportedChapter::toJson() const
 {
     QJsonObject o;
     o.insert(QStringLiteral("title"), title);
-    o.insert(QStringLiteral("start"), start);
-    o.insert(QStringLiteral("duration"), duration);
+    o.insert(QStringLiteral("start"), JsonSeconds::value(start));
+    o.insert(QStringLiteral("duration"), JsonSeconds::value(duration));
     if (!file.isEmpty())
         o.insert(QStringLiteral("file"), file);
     return o;
@@ -28,7 +30,7 @@ QJsonObject ExportOutcome::toJson() const
     o.insert(QStringLiteral("chapters"), list);
     QJsonObject times;
     for (const auto& [name, seconds] : timings)
-        times.insert(name, seconds);
+        times.insert(name, JsonSeconds::value(seconds));
     o.insert(QStringLiteral("timings"), times);
     return o;
 }
