@@ -15,6 +15,8 @@
 
 #include <QCommandLineParser>
 
+#include <cmath>
+
 namespace folivox::cli {
 
 namespace {
@@ -145,7 +147,7 @@ QString BuildCommand::usage() const
         "  --channels auto|mono|stereo\n"
         "  --sample-rate auto|22050|32000|44100|48000\n"
         "  --passthrough auto|force|disabled   copy the audio where nothing has to change\n"
-        "  --split-hours N | --split-size-mb N [--snap-to-chapters]\n"
+        "  --split-hours H | --split-size-mb N [--snap-to-chapters]   parts of H hours (1.5 is fine) or N MB\n"
         "  --cover IMAGE  --cover-size original|1000|600  --cover-quality original|90|80|70|60\n\n"
         "Tags:\n"
         "  --title --author --narrator --series --series-index --year --genre --language\n"
@@ -257,14 +259,18 @@ std::variant<BuildCommand::Options, QString> BuildCommand::parse(const QStringLi
             return bad("passthrough", v);
     }
     if (p.isSet(QStringLiteral("split-hours"))) {
-        o.splitHours = positiveInt(p.value(QStringLiteral("split-hours")));
-        if (!o.splitHours)
-            return QStringLiteral("splitHours must be > 0 for split export");
+        bool ok = false;
+        const double hours = p.value(QStringLiteral("split-hours")).toDouble(&ok);
+        if (!ok || !std::isfinite(hours) || hours <= 0)
+            return QStringLiteral("--split-hours must be greater than 0 (hours per part, e.g. 10 or 1.5), not '%1'")
+                .arg(p.value(QStringLiteral("split-hours")));
+        o.splitHours = hours;
     }
     if (p.isSet(QStringLiteral("split-size-mb"))) {
         o.splitSizeMB = positiveInt(p.value(QStringLiteral("split-size-mb")));
         if (!o.splitSizeMB)
-            return QStringLiteral("splitSizeMB must be > 0 for split export");
+            return QStringLiteral("--split-size-mb must be a whole number of megabytes greater than 0, not '%1'")
+                .arg(p.value(QStringLiteral("split-size-mb")));
     }
     if (o.splitHours && o.splitSizeMB)
         return QStringLiteral("--split-hours and --split-size-mb cannot be used together");

@@ -37,7 +37,7 @@ public:
         std::optional<ChannelSetting> channels;
         std::optional<SampleRateOption> sampleRate;
         std::optional<PassthroughPolicy> passthrough;
-        std::optional<int> splitHours;
+        std::optional<double> splitHours;
         std::optional<int> splitSizeMB;
         bool snapToChapters = false;
         std::optional<QString> cover;

@@ -54,7 +54,7 @@ ExportSettings ExportSettings::fromJson(const QJsonObject& json)
     s.cbrBitrateKbps = r.optionalInteger("cbrBitrateKbps");
     s.keepSourceBitrate = r.boolean("keepSourceBitrate");
     s.splitMode = r.enumeration<SplitMode>("splitMode");
-    s.splitHours = r.integer("splitHours");
+    s.splitHours = r.number("splitHours");
     s.splitSizeMB = r.integer("splitSizeMB");
     s.snapToChapters = r.boolean("snapToChapters");
     s.coverSize = r.enumeration<CoverSize>("coverSize");

@@ -31,7 +31,8 @@ struct ExportSettings {
     std::optional<int> cbrBitrateKbps = 128;
     bool keepSourceBitrate = false;
     SplitMode splitMode = SplitMode::off;
-    int splitHours = 8;
+    // Hours per part; fractions allowed ("1.5").
+    double splitHours = 8;
     int splitSizeMB = 500;
     bool snapToChapters = true;
     CoverSize coverSize = CoverSize::original;

@@ -18,17 +18,17 @@ public:
         invalidSplitSize,
     };
 
-    ExportSettingsError(Kind kind, int value) : kind_(kind), value_(value) {}
+    ExportSettingsError(Kind kind, double value) : kind_(kind), value_(value) {}
 
     Kind kind() const { return kind_; }
     // The offending value.
-    int value() const { return value_; }
+    double value() const { return value_; }
 
     QString description() const override;
 
 private:
     Kind kind_;
-    int value_;
+    double value_;
 };
 
 } // namespace folivox

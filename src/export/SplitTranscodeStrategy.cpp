@@ -62,7 +62,7 @@ double SplitTranscodeStrategy::partLimitSeconds(const ExportSettings& settings, 
     }
     if (settings.splitHours <= 0)
         throw ExportError::validationFailed(QStringLiteral("splitHours must be > 0 for split export"));
-    return double(settings.splitHours) * 3600.0;
+    return settings.splitHours * 3600.0;
 }
 
 std::vector<SplitTranscodeStrategy::Part> SplitTranscodeStrategy::planParts(const std::vector<double>& lengths,

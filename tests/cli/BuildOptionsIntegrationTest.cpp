@@ -161,3 +161,26 @@ TEST_F(BuildOptions, ACoverImageBesideTheAudioIsUsedAndNamed)
     EXPECT_EQ(mp4.value(QStringLiteral("covr")).toArray().first().toObject().value(QStringLiteral("size")).toInt(),
               Fixtures::readFile(cover).size());
 }
+
+// --split-hours takes fractions; the parts are one book to a player: the
+// same album, each its own part title and disc number.
+TEST_F(BuildOptions, FractionalSplitHoursMakePartsOfOneAlbum)
+{
+    const CommandRun bad = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("--split-hours"), QStringLiteral("0")});
+    EXPECT_EQ(bad.exitCode, 2);
+    EXPECT_TRUE(bad.errText().contains(QStringLiteral("--split-hours must be greater than 0"))) << bad.errText().toStdString();
+
+    // 0.0006 h is 2.16 s: each 2 s chapter becomes its own part.
+    const CommandRun r = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), path(QStringLiteral("Saga.m4b")),
+                                  QStringLiteral("--split-hours"), QStringLiteral("0.0006"), QStringLiteral("--title"), QStringLiteral("Saga"),
+                                  QStringLiteral("--json"), QStringLiteral("-q")});
+    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
+    const QJsonArray files = r.json().value(QStringLiteral("outputFiles")).toArray();
+    ASSERT_EQ(files.size(), 2) << r.out.toStdString();
+    for (int i = 0; i < files.size(); ++i) {
+        const QJsonObject tags = test::MediaReaders::mutagenMp4(files[i].toString());
+        EXPECT_EQ(tags.value(QStringLiteral("\u00A9alb")).toArray(), QJsonArray{QStringLiteral("Saga")});
+        EXPECT_EQ(tags.value(QStringLiteral("\u00A9nam")).toArray(), QJsonArray{QStringLiteral("Saga (Part %1)").arg(i + 1)});
+        EXPECT_EQ(tags.value(QStringLiteral("disk")).toArray().first().toArray(), (QJsonArray{i + 1, 2}));
+    }
+}

@@ -224,7 +224,7 @@ TEST_F(FolivoxCommand, BadOptionsAndMissingInputsHaveTheirStatuses)
                                    QStringLiteral("0")},
                                   dir_.path());
     EXPECT_EQ(zeroSplit.exitCode, 2);
-    EXPECT_TRUE(zeroSplit.err.contains("splitHours must be > 0 for split export"));
+    EXPECT_TRUE(zeroSplit.err.contains("--split-hours must be greater than 0")) << zeroSplit.err.toStdString();
 
     const CommandRun missing = runFolivox({QStringLiteral("build"), path(QStringLiteral("nowhere.mp3"))}, dir_.path());
     EXPECT_EQ(missing.exitCode, 1);
