@@ -17,6 +17,7 @@
 #include <QUuid>
 
 #include <cerrno>
+#include <optional>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -109,10 +110,21 @@ MP4MoovCopyRewriter::Result MP4MoovCopyRewriter::rewrite(const MP4MoovReader::Mo
 
     MP4File source(path, MP4File::Access::read);
     const std::uint64_t fileSize = source.size();
-    if (!MP4FreeZone::find(source, buffer.fileOffset, buffer.originalSize) || (!media.isEmpty() && mediaBase != fileSize))
+    const auto zone = MP4FreeZone::find(source, buffer.fileOffset, buffer.originalSize);
+    if (!zone || (!media.isEmpty() && mediaBase != fileSize))
         throw MP4MoovRewriter::UnsupportedLayout(L10n::format(
             L10n::text("container.rewrite.moovMoved", "moov header at %@ no longer matches the loaded buffer"),
             {QString::number(buffer.fileOffset)}));
+    // A last box that runs to the end of the file must stop there once media
+    // is appended behind it.
+    std::optional<MP4BoxHeader> openEnded;
+    if (!media.isEmpty() && !zone->topLevel.isEmpty() && zone->topLevel.last().extendsToEnd
+        && zone->topLevel.last().offset != buffer.fileOffset) {
+        openEnded = zone->topLevel.last();
+        if (openEnded->size > 0xFFFFFFFFu)
+            throw MP4MoovRewriter::UnsupportedLayout(L10n::format(
+                L10n::text("container.rewrite.openEnded", "last box '%@' is open-ended and larger than 4 GiB"), {openEnded->type}));
+    }
 
     // Everything behind the old moov (new media included) moves by delta,
     // a whole number of pages so that the kernel can copy it.
@@ -144,6 +156,11 @@ MP4MoovCopyRewriter::Result MP4MoovCopyRewriter::rewrite(const MP4MoovReader::Mo
         copy(oldEnd, fileSize - oldEnd);
         if (!media.isEmpty())
             copier.write(media);
+    }
+    if (openEnded) {
+        const std::uint64_t at = openEnded->offset >= oldEnd ? std::uint64_t(std::int64_t(openEnded->offset) + delta)
+                                                             : openEnded->offset;
+        out.file().writeAt(at, MP4Bytes::be32Bytes(std::uint32_t(openEnded->size)));
     }
     out.file().sync();
     FaultInjection::reach("copyRewrite.written");
