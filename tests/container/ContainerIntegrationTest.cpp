@@ -395,3 +395,30 @@ TEST_F(ContainerIntegrationTest, TreeEditsThroughTheMoovEditorReadBackInIndepend
         EXPECT_EQ(Fixtures::decodedMd5(book), md5);
     }
 }
+
+TEST_F(ContainerIntegrationTest, AWholeFileRewriteKilledBeforeTheSwapLeavesTheBookAndNoFileBesideIt)
+{
+    // ffmpeg's fast start: the moov ahead of the media, 8 free bytes behind it.
+    const QString book = makeBook(QStringLiteral("book.m4b"), true, 6);
+    const QString md5 = Fixtures::decodedMd5(book);
+    const QByteArray start = readBytes(book);
+    const auto edit = [&] {
+        auto moov = MP4MoovReader::read(book);
+        MP4LanguageAtomWriter::placeFreeformAtom(moov.data, 0, {QStringLiteral("NARRATOR"), QString(500, u'n'), 600});
+        MP4MoovCopyRewriter::rewrite(moov, book);
+    };
+    for (const char* point : {"copyRewrite.piece", "copyRewrite.written"}) {
+        ASSERT_TRUE(writeBytes(book, start));
+        ASSERT_TRUE(killedAt(QString::fromLatin1(point), 1, edit)) << point;
+        EXPECT_EQ(readBytes(book), start) << point;
+        EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"book.m4b"}) << point;
+    }
+    // Run to its end: room behind the moov, the media moved whole, and the
+    // next edit fits in place.
+    edit();
+    EXPECT_EQ(Fixtures::decodedMd5(book), md5);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"book.m4b"});
+    auto moov = MP4MoovReader::read(book);
+    MP4LanguageAtomWriter::placeFreeformAtom(moov.data, 0, {QStringLiteral("NARRATOR"), QString(900, u'm'), 1000});
+    EXPECT_EQ(MP4MoovRewriter::plan(std::move(moov), book).mode, MP4MoovRewriter::Mode::behind);
+}
