@@ -47,6 +47,9 @@ trap cleanup EXIT
 trap 'exit 130' INT TERM
 BOOKS=$WORK/books
 mkdir -p "$BOOKS"
+# A pipe nobody writes to: `read -t` on it is a sleep without a new process.
+mkfifo "$WORK/never"
+exec 9<>"$WORK/never"
 
 echo "building the book in $WORK ..." >&2
 ffmpeg -v error -y -f lavfi -i "sine=frequency=330:sample_rate=44100:duration=300" -ac 2 -c:a aac -b:a 256k \
@@ -154,16 +157,18 @@ for n in $(seq 1 "$TRIES"); do
     old=${state[$layout]}
     new=$("$PY" "$WORK/expect.py" "$old" "$op" "$arg")
 
-    # Kill at a random moment within the run: up to 1.3 times the last
-    # complete run of this operation on this layout.
+    # Kill at a random moment within the run: between 0.3 and 1.05 times
+    # the last complete run of this operation on this layout (the writes
+    # come last). The wait is bash's own `read -t`, so no process start
+    # blurs it.
     key=$layout-$op
     limit=${runtime_us[$key]:-0}
     start=$(now_us)
     "${cmd[@]}" >/dev/null 2>"$WORK/tool.err" &
     CHILD=$!
     if [ "$limit" -gt 0 ]; then
-        delay=$(( (RANDOM * 32768 + RANDOM) % (limit * 13 / 10 + 1) ))
-        sleep "$(printf '0.%06d' "$delay")"
+        delay=$(( limit * 3 / 10 + (RANDOM * 32768 + RANDOM) % (limit * 75 / 100 + 1) ))
+        read -r -t "$(printf '%d.%06d' $((delay / 1000000)) $((delay % 1000000)))" -u 9 || true
         kill -9 "$CHILD" 2>/dev/null
     fi
     wait "$CHILD" 2>/dev/null
