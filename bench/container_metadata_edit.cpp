@@ -1,6 +1,7 @@
 // A tag edit on a 2 GB M4B: how long it takes and how many bytes it writes,
-// for a moov at the end of the file (rewritten where it stands) and a moov in
-// front of the media with no room to grow (appended, the old one freed).
+// for a moov at the end of the file (a new copy behind or ahead of it, the
+// old one freed) and a moov in front of the media with no room around it
+// (the file written anew with room behind the moov).
 //
 //   bench_container_metadata_edit [folder] [runs]
 //
@@ -150,12 +151,12 @@ int main(int argc, char** argv)
         lastFig.maxWritten = std::max(lastFig.maxWritten, bytesWritten() - before);
     }
     const std::uint64_t fileSize = std::uint64_t(QFile(path).size());
-    report("moov last (mode=last)", lastFig);
+    report("moov last", lastFig);
 
     // moov in front with no free space: ftyp, moov, mdat (a hole to the end).
     const QByteArray moovB = bookMoov(std::uint64_t(ftyp.size()) + std::uint64_t(moovA.size()) + 8, mdatSize, 32768);
     const QByteArray front = ftyp + moovB + be32(std::uint32_t(8 + mdatSize)) + "mdat";
-    report("moov in front (mode=append)", run(path, front, std::uint64_t(ftyp.size() + moovB.size()) + 8 + mdatSize, runs, false));
+    report("moov in front, no room", run(path, front, std::uint64_t(ftyp.size() + moovB.size()) + 8 + mdatSize, runs, false));
     std::printf("file size: %llu bytes\n", (unsigned long long)fileSize);
     return 0;
 }

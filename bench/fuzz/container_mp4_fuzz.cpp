@@ -124,11 +124,11 @@ void readFile(const QByteArray& bytes)
                 edited.data.chop(-change);
             try {
                 const auto plan = MP4MoovRewriter::plan(edited, path);
-                if (plan.mode == MP4MoovRewriter::Mode::inplace) {
-                    const std::uint64_t capacity = plan.buffer.originalSize + plan.trailingFree;
-                    const std::uint64_t rem = capacity - std::uint64_t(plan.buffer.data.size());
-                    check(rem == 0 || rem >= 8);
-                }
+                // The new copy never overlaps the live moov.
+                if (plan.mode == MP4MoovRewriter::Mode::front)
+                    check(plan.unitEnd() + 8 <= plan.buffer.fileOffset);
+                else
+                    check(plan.unitOffset >= plan.buffer.fileOffset + plan.buffer.originalSize + 8);
             } catch (const Error&) {
             }
         }

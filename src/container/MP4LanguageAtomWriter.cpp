@@ -6,6 +6,7 @@
 #include "container/MP4ChunkOffsets.h"
 #include "container/MP4File.h"
 #include "container/MP4MoovReader.h"
+#include "container/MP4MoovCopyRewriter.h"
 #include "container/MP4MoovRewriter.h"
 #include "container/SafeFileReplace.h"
 #include "platform/Log.h"
@@ -138,65 +139,44 @@ struct Site {
     QString freeformName; // set for the freeform-only caller
 };
 
-// The full-file path: the whole file in memory, the same edits, chunk
-// offsets behind the moov shifted, then a put-back through SafeFileReplace.
+// The full-file path: the same edits on the moov, then the whole file
+// written anew beside itself, streamed, with room behind the moov and the
+// chunk offsets behind it shifted, and swapped in with one rename.
 QStringList fullFilePath(const QString& path, const EditFn& edit)
 {
     QElapsedTimer timer;
     timer.start();
     const QString name = QFileInfo(path).fileName();
-    MP4File source(path, MP4File::Access::read);
-    const std::uint64_t size = source.size();
+    std::uint64_t size = 0;
+    {
+        const MP4File source(path, MP4File::Access::read);
+        size = source.size();
+    }
     if (size >= MP4LanguageAtomWriter::fullFileLimit) {
         Log::write(kTag + QStringLiteral("SKIPPED — '%1' is %2 MB, above the 2048 MB limit for the full-file path; language atoms not written")
                               .arg(name)
                               .arg(size >> 20));
         return {};
     }
-    QByteArray buf = source.readAt(0, size);
-    if (std::uint64_t(buf.size()) != size)
-        throw MP4FileError(MP4FileError::Kind::readFailed, path, QStringLiteral("file shrank while being read"));
-    source.close();
-
-    const QList<MP4BoxHeader> boxes = [&] {
-        QList<MP4BoxHeader> out;
-        qsizetype pos = 0;
-        try {
-            while (pos + 8 <= buf.size()) {
-                const MP4BoxHeader h = MP4BoxHeader::decodeAt(buf, pos, buf.size());
-                out.append(h);
-                pos += qsizetype(h.size);
-            }
-        } catch (const MP4BoxHeader::ParseError&) {
-        }
-        return out;
-    }();
-    std::optional<MP4BoxHeader> moov;
-    for (const MP4BoxHeader& b : boxes)
-        if (!moov && b.is(kMoov))
-            moov = b;
-    if (!moov) {
+    MP4MoovReader::MoovBuffer moov;
+    try {
+        moov = MP4MoovReader::read(path);
+    } catch (const MP4MoovReader::Error&) {
         Log::write(kTag + QStringLiteral("no moov in '%1' — nothing written on full-file path").arg(name));
         return {};
     }
-
     std::int64_t delta = 0;
-    const QStringList labels = edit(buf, qsizetype(moov->offset), delta);
+    const QStringList labels = edit(moov.data, 0, delta);
     if (labels.isEmpty()) {
         Log::write(kTag + QStringLiteral("nothing written on full-file path — file left untouched"));
         return {};
     }
-    // Media stored behind the old moov moved by delta.
-    if (delta != 0) {
-        const qsizetype newMoovEnd = qsizetype(std::int64_t(moov->end()) + delta);
-        const auto result = MP4ChunkOffsets::shift(buf, qsizetype(moov->offset), newMoovEnd, delta, moov->end());
-        if (result != MP4ChunkOffsets::ShiftResult::shifted) {
-            Log::write(kTag + QStringLiteral("chunk offsets of '%1' would overflow — file left untouched").arg(name));
-            return {};
-        }
+    try {
+        MP4MoovCopyRewriter::rewrite(moov, path);
+    } catch (const MP4MoovRewriter::UnsupportedLayout& e) {
+        Log::write(kTag + QStringLiteral("'%1' left untouched: %2").arg(name, e.description()));
+        return {};
     }
-
-    SafeFileReplace::writeWhole(path, buf);
     Log::write(kTag + QStringLiteral("%1 written via full-file path in %2s").arg(labels.join(u'+'), seconds(timer.elapsed())));
     return labels;
 }

@@ -13,7 +13,8 @@ namespace folivox {
 // Writes the book's language into an MP4: the iTunes `©lan` item, freeform
 // `----` items (such as "LANGUAGE"), and the `mdhd` language of the audio
 // track. Edits `moov` in memory and puts it back through MP4MoovRewriter; when
-// that is not possible, rewrites the whole file (up to 2048 MB).
+// there is no room for that, writes the whole file anew with room behind the
+// moov (MP4MoovCopyRewriter, files up to 2048 MB).
 class MP4LanguageAtomWriter {
 public:
     struct BoxRef {

@@ -10,7 +10,9 @@
 #include <QFileInfo>
 #include <QUuid>
 
+#include <algorithm>
 #include <optional>
+#include <sys/stat.h>
 
 namespace folivox {
 
@@ -24,7 +26,10 @@ constexpr std::uint32_t kSkip = MP4Bytes::fourCC("skip");
     throw GenericError(QStringLiteral("Cannot back up “%1”: %2").arg(QFileInfo(path).fileName(), why));
 }
 
-// The ranges to save, or nothing when the file has no moov to find.
+// The ranges to save, or nothing when the file has no moov to find: the
+// moov and every free/skip box whole, and the first 16 bytes of every other
+// top-level box (a header the rewriter may turn into free space or give its
+// real size). Adjacent ranges are merged.
 std::optional<std::vector<std::pair<std::uint64_t, std::uint64_t>>> rangesOf(const MP4File& file, std::uint64_t size)
 {
     QList<MP4BoxHeader> boxes;
@@ -33,22 +38,17 @@ std::optional<std::vector<std::pair<std::uint64_t, std::uint64_t>>> rangesOf(con
     } catch (const Error&) {
         return std::nullopt;
     }
-    qsizetype moovAt = -1;
-    for (qsizetype i = 0; i < boxes.size(); ++i)
-        if (boxes.at(i).is(kMoov)) {
-            moovAt = i;
-            break;
-        }
-    if (moovAt < 0)
+    if (std::none_of(boxes.begin(), boxes.end(), [](const MP4BoxHeader& b) { return b.is(kMoov); }))
         return std::nullopt;
-    std::uint64_t end = boxes.at(moovAt).end();
-    for (qsizetype i = moovAt + 1; i < boxes.size() && (boxes.at(i).is(kFree) || boxes.at(i).is(kSkip)); ++i)
-        end = boxes.at(i).end();
-    end = std::min(end, size);
-    std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges{{boxes.at(moovAt).offset, end - boxes.at(moovAt).offset}};
-    const MP4BoxHeader& last = boxes.last();
-    if (last.offset >= end)
-        ranges.emplace_back(last.offset, std::min<std::uint64_t>(16, size - last.offset));
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
+    for (const MP4BoxHeader& b : boxes) {
+        const bool whole = b.is(kMoov) || b.is(kFree) || b.is(kSkip);
+        const std::uint64_t end = std::min(size, whole ? b.end() : b.offset + std::min<std::uint64_t>(16, b.size));
+        if (!ranges.empty() && ranges.back().first + ranges.back().second == b.offset)
+            ranges.back().second = end - ranges.back().first;
+        else
+            ranges.emplace_back(b.offset, end - b.offset);
+    }
     return ranges;
 }
 } // namespace
@@ -58,6 +58,9 @@ MP4TailSnapshot MP4TailSnapshot::take(const QString& path, const QString& spillF
     MP4TailSnapshot snapshot;
     const MP4File file(path, MP4File::Access::read);
     snapshot.length_ = file.size();
+    struct stat st{};
+    if (::fstat(file.fd(), &st) == 0)
+        snapshot.identity_ = {std::uint64_t(st.st_dev), std::uint64_t(st.st_ino)};
     const QString spill = spillFolder + QStringLiteral("/") + QUuid::createUuid().toString(QUuid::WithoutBraces)
         + QStringLiteral(".snapshot");
 
@@ -115,6 +118,9 @@ void MP4TailSnapshot::restore(const QString& path) const
         return;
     }
     MP4File file(path, MP4File::Access::update);
+    struct stat st{};
+    if (::fstat(file.fd(), &st) == 0 && identity_ != std::pair{std::uint64_t(st.st_dev), std::uint64_t(st.st_ino)})
+        spillFailed(path, QStringLiteral("it was replaced by a new copy since the backup, which no longer fits it"));
     for (const auto& r : ranges_)
         file.writeAt(r.first, r.second);
     if (!spilledRanges_.empty()) {

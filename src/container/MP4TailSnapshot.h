@@ -12,15 +12,15 @@ namespace folivox {
 // A backup of an MP4 file that the mp4 tools are about to edit, without
 // copying the media.
 //
-// The tools change a file in only three ways: they rewrite `moov` where it
-// stands (using the `free` boxes right behind it), or they append a new
-// `moov` and turn the old one into `free`; they append new media at the end;
-// and before appending behind a last box that runs to the end of the file
-// they write that box's real size into its header. So the snapshot keeps the
-// file's length, the bytes from `moov` to the end of the `free` boxes that
-// follow it, and the header of the last top-level box. Restoring writes
-// those bytes back and cuts the file to its old length, which gives back the
-// file byte for byte.
+// The tools change a file in place only inside the dead space around `moov`
+// (its `free`/`skip` boxes and the moov itself), in the headers of top-level
+// boxes (turning unused media into `free`, giving a box that runs to the end
+// of the file its real size) and behind the end of the file. So the snapshot
+// keeps the file's length, the moov and every free/skip box, and the first 16
+// bytes of every other top-level box. Restoring writes those bytes back and
+// cuts the file to its old length, which gives back the file byte for byte.
+// When a tool had no room and replaced the file by a new copy, the snapshot
+// no longer fits it, and restoring refuses.
 //
 // When the file has no `moov` to find (not an MP4, or a damaged one) the
 // snapshot falls back to a full copy. Saved bytes above memoryLimit go to
@@ -52,6 +52,7 @@ private:
     std::vector<std::pair<std::uint64_t, QByteArray>> ranges_;
     std::vector<std::pair<std::uint64_t, std::uint64_t>> spilledRanges_;
     QString spillPath_;
+    std::pair<std::uint64_t, std::uint64_t> identity_{0, 0}; // device and inode
 };
 
 } // namespace folivox

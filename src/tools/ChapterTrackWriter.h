@@ -17,7 +17,7 @@ class MoovEditor;
 // disabled text track with one sample per chapter, named by `tref/chap` in
 // the enabled sound track. Its samples (a 16-bit length, the UTF-8 title and
 // an `encd` box marking the text as UTF-8) are kept in one chunk, in an
-// `mdat` the caller appends at the end of the file.
+// `mdat` that MoovEditor::commitAppending() writes together with the moov.
 class ChapterTrackWriter {
 public:
     // Titles longer than this many UTF-8 bytes are cut on a character boundary.
@@ -33,10 +33,10 @@ public:
     static int remove(MoovEditor& editor);
 
     // Adds a chapter track for chapters (already normalised: sorted, first at
-    // 0, each before durationMs) whose samples start at mediaOffset, the
-    // first byte of the body of the returned `mdat`. The caller appends that
-    // box at appendOffset() = mediaOffset - 8. Throws ToolError when the file
-    // has no sound track.
+    // 0, each before durationMs) whose samples lie in the returned `mdat`,
+    // as if that box started at mdatOffset (the editor's appendOffset(),
+    // which commitAppending() expects). Throws ToolError when the file has no
+    // sound track.
     static QByteArray add(MoovEditor& editor, const QList<ChapterEntry>& chapters, std::int64_t durationMs,
                           std::uint64_t mdatOffset);
 

@@ -2,6 +2,8 @@
 
 #include "container/MP4Bytes.h"
 #include "container/MP4File.h"
+#include "container/MP4MoovCopyRewriter.h"
+#include "platform/Log.h"
 #include "tools/ToolError.h"
 
 #include <QFileInfo>
@@ -91,100 +93,41 @@ MoovEditor::MoovEditor(const QString& path) : path_(path)
     }
 }
 
-std::optional<MP4MoovRewriter::Mode> MoovEditor::commit()
+std::optional<MoovEditor::Route> MoovEditor::commit()
 {
     const QByteArray bytes = MP4BoxTree::serialize(moov_);
     if (bytes == buffer_.data)
         return std::nullopt;
     buffer_.data = bytes;
-    return putBack();
+    return putBack({});
 }
 
-MP4MoovRewriter::Mode MoovEditor::putBack()
+MoovEditor::Route MoovEditor::commitAppending(const QByteArray& mediaBox)
 {
-    try {
-        const MP4MoovRewriter::Plan plan = MP4MoovRewriter::plan(buffer_, path_);
-        MP4MoovRewriter::rewrite(plan, path_);
-        return plan.mode;
-    } catch (const Error& e) {
-        throw ToolError(ToolError::Kind::writeFailed, fileLabel(path_) + QStringLiteral(": ") + e.description());
-    }
+    buffer_.data = MP4BoxTree::serialize(moov_);
+    return putBack(mediaBox);
 }
 
-MP4MoovRewriter::Mode MoovEditor::commitAppending(const QByteArray& mediaBox)
+MoovEditor::Route MoovEditor::putBack(const QByteArray& media)
 {
     const QString name = fileLabel(path_);
-    // The appended box must be reachable by a reader walking the top level.
-    std::uint64_t reached = 0;
-    std::optional<MP4BoxHeader> last;
-    for (const MP4BoxHeader& h : topLevel_) {
-        reached = h.end();
-        last = h;
-    }
-    if (reached != fileSize_)
-        throw ToolError(ToolError::Kind::unsupported,
-                        name + QStringLiteral(": the boxes of the file do not reach its end; cannot append media"));
-    std::optional<std::uint64_t> closeOpenEnded;
-    if (last && last->extendsToEnd) {
-        if (last->size > 0xFFFFFFFFu)
-            throw ToolError(ToolError::Kind::unsupported,
-                            name + QStringLiteral(": the last box is open-ended and larger than 4 GiB"));
-        closeOpenEnded = last->offset;
-    }
-
-    buffer_.data = MP4BoxTree::serialize(moov_);
-    const std::uint64_t originalSize = fileSize_;
+    QString noRoom;
     try {
-        MP4File file(path_, MP4File::Access::update);
-        if (file.size() != originalSize)
-            throw ToolError(ToolError::Kind::writeFailed, name + QStringLiteral(": the file changed while it was edited"));
-        if (closeOpenEnded) {
-            // A box that runs to the end of the file would swallow what is
-            // appended behind it: give it its real size first.
-            file.writeAt(*closeOpenEnded, MP4Bytes::be32Bytes(std::uint32_t(originalSize - *closeOpenEnded)));
-        }
-        file.writeAt(originalSize, mediaBox);
-        file.sync();
-        file.close();
-    } catch (const MP4FileError& e) {
-        try {
-            MP4File undo(path_, MP4File::Access::update);
-            undo.truncate(originalSize);
-        } catch (const MP4FileError&) {
-        }
-        throw ToolError(ToolError::Kind::writeFailed, e.description());
-    }
-    fileSize_ = originalSize + std::uint64_t(mediaBox.size());
-    // The moov is no longer the last box: the media now follows it.
-    buffer_.isLastBox = false;
-    const bool mediaInFront = std::any_of(topLevel_.begin(), topLevel_.end(), [&](const MP4BoxHeader& h) {
-        return h.is(fc("mdat")) && h.offset < buffer_.fileOffset;
-    });
-    try {
-        MP4MoovRewriter::Plan plan = MP4MoovRewriter::plan(buffer_, path_);
-        if (plan.mode == MP4MoovRewriter::Mode::inplace && mediaInFront) {
-            // Put back where it stands, a moov with media on both sides
-            // could no longer be moved to the front: moving it shifts every
-            // chunk offset, but the media behind it stays where it is. A
-            // free box inside it makes it too large for its old place, so it
-            // goes to the end, behind all the media.
-            const std::uint64_t capacity = buffer_.originalSize + plan.trailingFree;
-            const std::uint64_t padding = capacity - std::uint64_t(buffer_.data.size()) + 8;
-            moov_.append(MP4BoxTree::Node::leaf(fc("free"), QByteArray(qsizetype(padding - 8), '\0')));
-            buffer_.data = MP4BoxTree::serialize(moov_);
-            plan = MP4MoovRewriter::plan(buffer_, path_);
-        }
+        const MP4MoovRewriter::Plan plan = MP4MoovRewriter::plan(buffer_, path_, media, fileSize_);
         MP4MoovRewriter::rewrite(plan, path_);
-        return plan.mode;
+        return Route::moovOnly;
+    } catch (const MP4MoovRewriter::UnsupportedLayout& e) {
+        noRoom = e.description();
     } catch (const Error& e) {
-        // The old moov is still whole and in place; drop the unreferenced media.
-        try {
-            MP4File undo(path_, MP4File::Access::update);
-            if (undo.size() == fileSize_)
-                undo.truncate(originalSize);
-            fileSize_ = originalSize;
-        } catch (const MP4FileError&) {
-        }
+        throw ToolError(ToolError::Kind::writeFailed, name + QStringLiteral(": ") + e.description());
+    }
+    // No free space around the moov for a second copy: write the file anew
+    // beside itself, with room for the next edits, and swap it in.
+    Log::write(QStringLiteral("[AtomsPerf] fallback site=mp4tools reason=") + noRoom);
+    try {
+        MP4MoovCopyRewriter::rewrite(buffer_, path_, media, fileSize_);
+        return Route::wholeFile;
+    } catch (const Error& e) {
         throw ToolError(ToolError::Kind::writeFailed, name + QStringLiteral(": ") + e.description());
     }
 }

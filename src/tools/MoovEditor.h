@@ -16,8 +16,10 @@ namespace folivox {
 // One edit of an MP4 file's `moov` by the mp4 tools. Opening checks that the
 // file is an MP4 with a `moov` the tools can parse, and loads that box as a
 // tree; the tools change the tree; commit() puts it back through
-// MP4MoovRewriter, so the media is never rewritten. New media (chapter text
-// samples) goes into an `mdat` appended at the end of the file.
+// MP4MoovRewriter, so the media is never rewritten and the file reads as the
+// old or the new version at every instant. When there is no room around the
+// moov for a second copy, the file is written anew beside itself (with room
+// for later edits) and swapped in with one rename.
 //
 // Every check runs before the first write: a file the tools refuse is left
 // exactly as it was.
@@ -35,19 +37,24 @@ public:
     MP4BoxTree::Node& moov() { return moov_; }
     const MP4BoxTree::Node& moov() const { return moov_; }
 
-    // Where an appended box would start: the current end of the file.
+    // Where new media is meant to start when the edited moov's chunk
+    // offsets are written (the file's size); commitAppending() moves them to
+    // wherever the media lands.
     std::uint64_t appendOffset() const { return fileSize_; }
 
-    // Writes the edited moov back. Does nothing (and returns no mode) when the
-    // tree serialises to the bytes that were loaded. Throws ToolError.
-    std::optional<MP4MoovRewriter::Mode> commit();
+    // How the edit reached the file: only a new moov (and new media) written
+    // into free space, or the whole file written anew and swapped in.
+    enum class Route { moovOnly, wholeFile };
 
-    // Appends mediaBox (a whole box, normally an `mdat` whose data the edited
-    // moov already points at, starting at appendOffset()) and then writes the
-    // moov back. Refuses before writing when the boxes do not reach the end
-    // of the file cleanly or the last box is open-ended beyond 4 GiB. If the
-    // moov cannot be put back, the appended bytes are cut off again.
-    MP4MoovRewriter::Mode commitAppending(const QByteArray& mediaBox);
+    // Writes the edited moov back. Does nothing (and returns no route) when
+    // the tree serialises to the bytes that were loaded. Throws ToolError.
+    std::optional<Route> commit();
+
+    // Writes mediaBox (whole boxes, normally an `mdat` whose data the edited
+    // moov points at as if it started at appendOffset()) together with the
+    // moov: both land out of sight and appear with the one write that
+    // retires the old moov, the chunk offsets moved to where the media went.
+    Route commitAppending(const QByteArray& mediaBox);
 
     // The boxes of the track with this handler type ("soun", "text"), in order.
     std::vector<MP4BoxTree::Node*> tracksWithHandler(std::uint32_t handler);
@@ -83,7 +90,7 @@ public:
     bool setNextTrackID(std::uint32_t next);
 
 private:
-    MP4MoovRewriter::Mode putBack();
+    Route putBack(const QByteArray& media);
 
     QString path_;
     std::uint64_t fileSize_ = 0;

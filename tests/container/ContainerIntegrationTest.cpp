@@ -2,6 +2,7 @@
 // atoms, channel count repair, and crashes in the middle of each.
 #include "MP4TestBoxes.h"
 #include "support/Fixtures.h"
+#include "support/MediaReaders.h"
 
 #include "container/FastStartRelocator.h"
 #include "container/FaultInjection.h"
@@ -11,6 +12,7 @@
 #include "container/MP4File.h"
 #include "container/MP4BoxTree.h"
 #include "container/MP4LanguageAtomWriter.h"
+#include "container/MP4MoovCopyRewriter.h"
 #include "container/MP4MoovEditor.h"
 #include "container/MP4MoovReader.h"
 #include "container/MP4MoovRewriter.h"
@@ -18,6 +20,7 @@
 #include "platform/Log.h"
 
 #include <QDir>
+#include <QJsonArray>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -150,42 +153,50 @@ TEST_F(ContainerIntegrationTest, LanguageEditOnTheFastPathChangesOnlyTheExpected
         LogCapture log;
         const QStringList labels = MP4LanguageAtomWriter::write(book, QStringLiteral("English"), QStringLiteral("eng"));
         EXPECT_EQ(labels, (QStringList{"©lan", "iTunes:LANGUAGE", "mdhd"}));
-        EXPECT_TRUE(log.contains(QStringLiteral("written via fast path")));
-        EXPECT_FALSE(log.contains(QStringLiteral("full-file")));
 
         const QByteArray after = readBytes(book);
         const auto newMoov = MP4MoovReader::read(book);
-        EXPECT_EQ(newMoov.data, expectedMoov);
+        EXPECT_EQ(newMoov.data.size(), expectedMoov.size());
         if (!faststart) {
-            // moov last: everything ahead of it is untouched, the file ends with the new moov.
-            EXPECT_TRUE(log.contains(QStringLiteral("[AtomsPerf] rewrite mode=last")));
-            EXPECT_EQ(after.left(qsizetype(oldMoov.fileOffset)), before.left(qsizetype(oldMoov.fileOffset)));
-            EXPECT_EQ(after.size(), qsizetype(oldMoov.fileOffset) + expectedMoov.size());
-        } else {
-            // moov in front with 8 free bytes: too small, so the moov is appended and the
-            // old place becomes one free box of zeros; the media between is untouched.
+            EXPECT_EQ(newMoov.data, expectedMoov);
+        }
+        const qsizetype o = qsizetype(oldMoov.fileOffset);
+        const qsizetype oldEnd = qsizetype(oldMoov.fileOffset + oldMoov.originalSize);
+        EXPECT_EQ(after.left(o), before.left(o));
+        if (!faststart) {
+            // moov last: the new copy went behind it, the old place is one
+            // free box of zeros; everything ahead is untouched.
+            EXPECT_TRUE(log.contains(QStringLiteral("written via fast path")));
             EXPECT_TRUE(log.contains(QStringLiteral("[AtomsPerf] rewrite mode=append")));
-            const qsizetype oldEnd = qsizetype(oldMoov.fileOffset + oldMoov.originalSize);
-            EXPECT_EQ(after.left(qsizetype(oldMoov.fileOffset)), before.left(qsizetype(oldMoov.fileOffset)));
-            EXPECT_EQ(after.mid(qsizetype(oldMoov.fileOffset), 8), u32(std::uint32_t(oldMoov.originalSize + 8)) + "free");
-            EXPECT_EQ(after.mid(qsizetype(oldMoov.fileOffset) + 8, qsizetype(oldMoov.originalSize) - 8),
-                      QByteArray(qsizetype(oldMoov.originalSize) - 8, '\0'));
-            EXPECT_EQ(after.mid(oldEnd, before.size() - oldEnd), before.mid(oldEnd));
-            EXPECT_EQ(after.right(expectedMoov.size()), expectedMoov);
+            EXPECT_EQ(after.mid(o, 8), u32(std::uint32_t(oldMoov.originalSize + 8)) + "free");
+            EXPECT_EQ(after.mid(o + 8, qsizetype(oldMoov.originalSize) - 8), QByteArray(qsizetype(oldMoov.originalSize) - 8, '\0'));
+            EXPECT_EQ(after.size(), oldEnd + 8 + expectedMoov.size());
+        } else {
+            // moov in front with no room around it: the file was written
+            // anew with room behind the moov; the media moved whole.
+            EXPECT_TRUE(log.contains(QStringLiteral("written via full-file path")));
+            EXPECT_EQ(newMoov.fileOffset, oldMoov.fileOffset);
+            const QByteArray room = after.mid(o + expectedMoov.size(), 8);
+            EXPECT_EQ(room.mid(4), "free");
+            EXPECT_EQ(after.mid(o + expectedMoov.size() + MP4Bytes::be32(room.constData())), before.mid(oldEnd));
         }
         EXPECT_EQ(Fixtures::decodedMd5(book), md5);
         const Probe p = ffprobe(book);
         EXPECT_EQ(p.exitCode, 0) << p.out.toStdString();
 
-        // Written twice: one ©lan, and the same length keeps the moov's size.
+        // Written twice: one ©lan, and the same length keeps the moov's size;
+        // with room behind the moov the file keeps its size too.
         const qint64 size = QFileInfo(book).size();
+        const int fastBefore = log.count(QStringLiteral("written via fast path"));
         MP4LanguageAtomWriter::write(book, QStringLiteral("Deutsch"), QStringLiteral("deu"));
-        const QByteArray twice = readBytes(book);
+        EXPECT_EQ(log.count(QStringLiteral("written via fast path")), fastBefore + 1);
         const auto moov = MP4MoovReader::read(book);
         EXPECT_EQ(moov.data.count("\xA9lan"), 1);
         EXPECT_EQ(moov.data.count("LANGUAGE"), 1);
         EXPECT_EQ(moov.originalSize, std::uint64_t(expectedMoov.size()));
-        EXPECT_EQ(QFileInfo(book).size(), size);
+        if (faststart) {
+            EXPECT_EQ(QFileInfo(book).size(), size);
+        }
         EXPECT_EQ(MP4ChapterTrackLanguagePatcher::trackLanguageFields(moov.data)[0].packed, *LanguageCodes::pack("deu"));
         EXPECT_EQ(Fixtures::decodedMd5(book), md5);
     }
@@ -280,45 +291,82 @@ TEST_F(ContainerIntegrationTest, ARelocationKilledAtAnyStepLeavesABookThatPlays)
     EXPECT_EQ(Fixtures::decodedMd5(book), md5);
 }
 
-TEST_F(ContainerIntegrationTest, AnAppendRewriteKilledAtAnyStepLeavesABookThatPlays)
+TEST_F(ContainerIntegrationTest, AMoovRewriteKilledAtAnyStepLeavesTheOldOrTheNewBook)
 {
-    const QString original = makeBook(QStringLiteral("original.m4b"), true, 6);
+    const QString original = makeBook(QStringLiteral("original.m4b"), false, 6);
     const QString md5 = Fixtures::decodedMd5(original);
-    const QByteArray plain = readBytes(original);
-    // The same file with its last box (mdat) open-ended, as some writers leave it.
-    QByteArray openEnded = plain;
-    const qsizetype mdatAt = openEnded.indexOf("mdat") - 4;
-    ASSERT_GT(mdatAt, 0);
-    MP4Bytes::put32(openEnded.data() + mdatAt, 0);
-
     const QString book = dir.filePath("book.m4b");
-    const MP4LanguageAtomWriter::FreeformTag narrator{QStringLiteral("NARRATOR"), QString(3000, u'n'), 4000};
-    const auto edit = [&] {
+    // One edit: the NARRATOR tag set to `value`, through the moov rewriter.
+    const auto narrate = [&](const QString& value) {
         auto moov = MP4MoovReader::read(book);
-        MP4LanguageAtomWriter::placeFreeformAtom(moov.data, 0, narrator);
-        const auto plan = MP4MoovRewriter::plan(std::move(moov), book);
-        if (plan.mode != MP4MoovRewriter::Mode::append)
-            ::_exit(5);
-        MP4MoovRewriter::rewrite(plan, book);
+        MP4LanguageAtomWriter::placeFreeformAtom(moov.data, 0, {QStringLiteral("NARRATOR"), value, 8000});
+        MP4MoovRewriter::rewrite(MP4MoovRewriter::plan(std::move(moov), book), book);
     };
-    for (const bool isOpenEnded : {false, true}) {
-        const QByteArray& start = isOpenEnded ? openEnded : plain;
-        QStringList points{"rewrite.append.newMoovWritten", "rewrite.append.oldMoovFreed", "rewrite.append.zeroed"};
-        if (isOpenEnded)
-            points.prepend("rewrite.append.closedOpenEndedBox");
-        for (const QString& point : points) {
-            ASSERT_TRUE(writeBytes(book, start));
-            ASSERT_TRUE(killedAt(point, 1, edit)) << point.toStdString() << " was not reached";
-            const Probe p = ffprobe(book);
-            EXPECT_EQ(p.exitCode, 0) << point.toStdString() << ": " << p.out.toStdString();
-            EXPECT_EQ(Fixtures::decodedMd5(book), md5) << point.toStdString();
-            // Some complete moov is always the first one a reader finds.
-            const auto moov = MP4MoovReader::read(book);
-            const bool isNew = moov.data.contains("NARRATOR");
-            EXPECT_EQ(isNew, point != QLatin1String("rewrite.append.newMoovWritten")
-                                 && point != QLatin1String("rewrite.append.closedOpenEndedBox"))
-                << point.toStdString();
+    const auto narratorOf = [](const QJsonObject& tags) {
+        const QJsonArray v = tags.value(QStringLiteral("----:com.apple.iTunes:NARRATOR")).toArray();
+        return v.isEmpty() ? QString() : v.first().toString();
+    };
+
+    struct Case {
+        QString name;
+        std::function<void()> prepare; // from the original book to the state before the edit
+        QString before;                 // the NARRATOR value before the edit
+        QString after;
+        MP4MoovRewriter::Mode mode;
+    };
+    const QString a(3000, u'a');
+    const QString b(3000, u'b');
+    const QString c(2000, u'c');
+    // The same book with its moov ahead of the media and room behind it.
+    const auto withRoom = [&] {
+        const QString ahead = dir.filePath("ahead.m4b");
+        QFile::remove(ahead);
+        ASSERT_EQ(FastStartRelocator::copyFastStart(book, ahead, 16384).kind, FastStartRelocator::Outcome::Kind::relocated);
+        ASSERT_TRUE(writeBytes(book, readBytes(ahead)));
+    };
+    const QList<Case> cases{
+        {QStringLiteral("moov last, a new copy at the end"), [] {}, QString(), a, MP4MoovRewriter::Mode::append},
+        {QStringLiteral("dead space ahead reused, tail cut"), [&] { narrate(a); narrate(b); }, b, c, MP4MoovRewriter::Mode::front},
+        {QStringLiteral("moov ahead of the media, room behind"), [&] { withRoom(); narrate(a); }, a, b,
+         MP4MoovRewriter::Mode::behind},
+    };
+    const QByteArray originalBytes = readBytes(original);
+    for (const Case& cs : cases) {
+        ASSERT_TRUE(writeBytes(book, originalBytes));
+        cs.prepare();
+        const QByteArray start = readBytes(book);
+        QStringList points;
+        {
+            FaultInjection::Scope record([&](const QString& p) { points << p; });
+            auto moov = MP4MoovReader::read(book);
+            MP4LanguageAtomWriter::placeFreeformAtom(moov.data, 0, {QStringLiteral("NARRATOR"), cs.after, 8000});
+            const auto plan = MP4MoovRewriter::plan(std::move(moov), book);
+            EXPECT_EQ(plan.mode, cs.mode) << cs.name.toStdString();
+            MP4MoovRewriter::rewrite(plan, book);
         }
+        ASSERT_TRUE(points.contains(QStringLiteral("rewrite.switched")));
+        for (const QString& point : points) {
+            const std::string where = (cs.name + QStringLiteral(" killed at ") + point).toStdString();
+            ASSERT_TRUE(writeBytes(book, start));
+            ASSERT_TRUE(killedAt(point, 1, [&] { narrate(cs.after); })) << where << " was not reached";
+            const Probe p = ffprobe(book);
+            EXPECT_EQ(p.exitCode, 0) << where << ": " << p.out.toStdString();
+            EXPECT_EQ(Fixtures::decodedMd5(book), md5) << where;
+            // Our reader and mutagen agree on one version, the old or the new.
+            const bool switched = points.indexOf(point) >= points.indexOf(QStringLiteral("rewrite.switched"));
+            const QByteArray ours = MP4MoovReader::read(book).data;
+            EXPECT_EQ(ours.contains(cs.after.toUtf8()), switched) << where;
+            if (!cs.before.isEmpty()) {
+                EXPECT_EQ(ours.contains(cs.before.toUtf8()), !switched) << where;
+            }
+            EXPECT_EQ(narratorOf(MediaReaders::mutagenMp4(book)), switched ? cs.after : cs.before) << where;
+        }
+        // A run to its end: the new version, and no more than two copies of
+        // the moov's size in dead space.
+        ASSERT_TRUE(writeBytes(book, start));
+        narrate(cs.after);
+        EXPECT_EQ(narratorOf(MediaReaders::mutagenMp4(book)), cs.after);
+        EXPECT_LE(QFileInfo(book).size(), start.size() + 2 * qint64(MP4MoovReader::read(book).originalSize) + 16);
     }
 }
 
@@ -334,7 +382,8 @@ TEST_F(ContainerIntegrationTest, TreeEditsThroughTheMoovEditorReadBackInIndepend
             ilst.replaceOrAppend(item);
             return true;
         });
-        EXPECT_EQ(result.route, MP4MoovEditor::Route::fastPath);
+        // A moov ahead of the media has no room around it: the whole file is written anew.
+        EXPECT_EQ(result.route, faststart ? MP4MoovEditor::Route::fullFile : MP4MoovEditor::Route::fastPath);
         QProcess probe;
         probe.start("ffprobe", {"-v", "error", "-show_entries", "format_tags=title", "-of", "default=nw=1:nk=1", book});
         probe.waitForFinished(60000);
@@ -345,4 +394,31 @@ TEST_F(ContainerIntegrationTest, TreeEditsThroughTheMoovEditorReadBackInIndepend
         EXPECT_EQ(QString::fromUtf8(exif.readAllStandardOutput()).trimmed(), QStringLiteral("Ünïcode Title"));
         EXPECT_EQ(Fixtures::decodedMd5(book), md5);
     }
+}
+
+TEST_F(ContainerIntegrationTest, AWholeFileRewriteKilledBeforeTheSwapLeavesTheBookAndNoFileBesideIt)
+{
+    // ffmpeg's fast start: the moov ahead of the media, 8 free bytes behind it.
+    const QString book = makeBook(QStringLiteral("book.m4b"), true, 6);
+    const QString md5 = Fixtures::decodedMd5(book);
+    const QByteArray start = readBytes(book);
+    const auto edit = [&] {
+        auto moov = MP4MoovReader::read(book);
+        MP4LanguageAtomWriter::placeFreeformAtom(moov.data, 0, {QStringLiteral("NARRATOR"), QString(500, u'n'), 600});
+        MP4MoovCopyRewriter::rewrite(moov, book);
+    };
+    for (const char* point : {"copyRewrite.piece", "copyRewrite.written"}) {
+        ASSERT_TRUE(writeBytes(book, start));
+        ASSERT_TRUE(killedAt(QString::fromLatin1(point), 1, edit)) << point;
+        EXPECT_EQ(readBytes(book), start) << point;
+        EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"book.m4b"}) << point;
+    }
+    // Run to its end: room behind the moov, the media moved whole, and the
+    // next edit fits in place.
+    edit();
+    EXPECT_EQ(Fixtures::decodedMd5(book), md5);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"book.m4b"});
+    auto moov = MP4MoovReader::read(book);
+    MP4LanguageAtomWriter::placeFreeformAtom(moov.data, 0, {QStringLiteral("NARRATOR"), QString(900, u'm'), 1000});
+    EXPECT_EQ(MP4MoovRewriter::plan(std::move(moov), book).mode, MP4MoovRewriter::Mode::behind);
 }

@@ -152,13 +152,13 @@ TEST(MP4LanguageAtomWriterTest, FastPathRewritesOnlyTheMoov)
     const QString path = dir.filePath("book.m4b");
     const QByteArray ftyp = box("ftyp", "M4B " + u32(0));
     const QByteArray mdat = box("mdat", QByteArray(4096, 'm'));
-    // moov last: the rewrite overwrites it and cuts the file.
+    // moov last: a new copy goes behind it, the old one becomes free space.
     ASSERT_TRUE(writeBytes(path, ftyp + mdat + simpleMoov({std::uint32_t(ftyp.size() + 8)})));
     LogCapture log;
     const QStringList labels = Writer::write(path, QStringLiteral("English"), QStringLiteral("ENG"));
     EXPECT_EQ(labels, (QStringList{"©lan", "iTunes:LANGUAGE", "mdhd"}));
     EXPECT_TRUE(log.contains(QStringLiteral("[MP4LanguageAtomWriter] ©lan+iTunes:LANGUAGE+mdhd written via fast path in ")));
-    EXPECT_TRUE(log.contains(QStringLiteral("[AtomsPerf] rewrite mode=last")));
+    EXPECT_TRUE(log.contains(QStringLiteral("[AtomsPerf] rewrite mode=append")));
     const QByteArray after = readBytes(path);
     EXPECT_EQ(after.left(ftyp.size() + mdat.size()), ftyp + mdat);
     const auto moov = MP4MoovReader::read(path);
@@ -167,10 +167,14 @@ TEST(MP4LanguageAtomWriterTest, FastPathRewritesOnlyTheMoov)
     EXPECT_EQ(countOf(moov.data, "LANGUAGE"), 1);
     EXPECT_TRUE(moov.data.endsWith(Writer::freeformAtom({"LANGUAGE", "ENG", 64})));
 
-    // Writing the same again leaves one of each.
+    // Writing the same again leaves one of each live; a third time the
+    // moov goes back where it stood and the file ends right behind it.
+    Writer::write(path, QStringLiteral("English"), QStringLiteral("eng"));
+    EXPECT_EQ(countOf(MP4MoovReader::read(path).data, "\xA9lan"), 1);
     Writer::write(path, QStringLiteral("English"), QStringLiteral("eng"));
     EXPECT_EQ(countOf(readBytes(path), "\xA9lan"), 1);
-    EXPECT_EQ(readBytes(path).size(), after.size());
+    EXPECT_EQ(readBytes(path).size(), ftyp.size() + mdat.size() + qsizetype(moov.originalSize));
+    EXPECT_EQ(MP4MoovReader::read(path).fileOffset, std::uint64_t(ftyp.size() + mdat.size()));
 
     // Nothing to write: the file is left alone.
     const QByteArray bare = ftyp + mdat + moovWith(box("udta"));
@@ -199,8 +203,12 @@ TEST(MP4LanguageAtomWriterTest, FullFilePathShiftsChunkOffsetsWhenTheMoovStandsA
 
     const QByteArray after = readBytes(path);
     const auto moov = MP4MoovReader::read(path);
-    const std::int64_t delta = std::int64_t(moov.originalSize) - moovSize;
-    EXPECT_GT(delta, 0);
+    // Room for later edits lies behind the new moov; the media moved by a
+    // whole number of pages.
+    const QByteArray roomHeader = after.mid(qsizetype(moov.fileOffset + moov.originalSize), 8);
+    EXPECT_EQ(roomHeader.mid(4), "free");
+    const std::int64_t delta = std::int64_t(moov.originalSize + MP4Bytes::be32(roomHeader.constData())) - moovSize;
+    EXPECT_EQ(delta % 4096, 0);
     const std::uint32_t shifted = MP4Bytes::be32(moov.data.constData() + moov.data.indexOf("stco") + 12);
     EXPECT_EQ(shifted, chunk + delta);
     EXPECT_EQ(after.mid(shifted, payload.size()), payload);
@@ -212,8 +220,10 @@ TEST(MP4LanguageAtomWriterTest, FullFilePathShiftsChunkOffsetsWhenTheMoovStandsA
     Writer::write(path, QStringLiteral("English"), {});
     const auto moov2 = MP4MoovReader::read(path);
     EXPECT_EQ(MP4Bytes::be32(moov2.data.constData() + moov2.data.indexOf("stco") + 12), std::uint32_t(ftyp.size() + 8));
-    EXPECT_TRUE(log.contains(QStringLiteral("[MP4LanguageAtomWriter] Fast path failed (moov-only rewrite not possible: top-level "
-                                            "boxes after moov do not parse cleanly to EOF), using full-file path")));
+    EXPECT_TRUE(log.contains(QStringLiteral("[MP4LanguageAtomWriter] Fast path failed (moov-only rewrite not possible: no free space "
+                                            "around the moov holds a new copy of %1 bytes, and it does not reach the end of the "
+                                            "file), using full-file path")
+                                 .arg(moov2.originalSize)));
     EXPECT_TRUE(log.contains(QStringLiteral("[AtomsPerf] fallback site=writeLanguage reason=")));
 }
 

@@ -10,6 +10,7 @@
 #include "container/MP4File.h"
 #include "container/MP4LanguageAtomWriter.h"
 #include "container/MP4MoovReader.h"
+#include "container/MP4MoovCopyRewriter.h"
 #include "container/MP4MoovRewriter.h"
 #include "container/MP4TailSnapshot.h"
 
@@ -51,28 +52,17 @@ protected:
         return path;
     }
 
-    // What the tag tools do to a book: a new media box at the end, then a
-    // moov grown by a freeform item of valueBytes, rewritten where it fits
-    // or appended.
+    // What the tag tools do to a book: a moov grown by a freeform item of
+    // valueBytes, with a new media box, put back by the rewriter.
     MP4MoovRewriter::Mode toolEdit(const QString& path, int valueBytes)
     {
         QByteArray media("\0\0\0\0mdat", 8);
         media += QByteArray(5000, 'x');
         MP4Bytes::put32(media.data(), std::uint32_t(media.size()));
-        const auto boxes = boxesOf(path);
-        if (!boxes.isEmpty() && boxes.last().extendsToEnd) {
-            // An open-ended last box gets its real size before media follows it.
-            MP4File file(path, MP4File::Access::update);
-            file.writeAt(boxes.last().offset, MP4Bytes::be32Bytes(std::uint32_t(boxes.last().size)));
-        }
-        QFile f(path);
-        EXPECT_TRUE(f.open(QIODevice::Append));
-        f.write(media);
-        f.close();
         auto moov = MP4MoovReader::read(path);
         const MP4LanguageAtomWriter::FreeformTag tag{QStringLiteral("NARRATOR"), QString(valueBytes, u'n'), valueBytes + 1};
         EXPECT_TRUE(MP4LanguageAtomWriter::placeFreeformAtom(moov.data, 0, tag).has_value());
-        const auto plan = MP4MoovRewriter::plan(std::move(moov), path);
+        const auto plan = MP4MoovRewriter::plan(std::move(moov), path, media, std::uint64_t(QFileInfo(path).size()));
         MP4MoovRewriter::rewrite(plan, path);
         return plan.mode;
     }
@@ -97,8 +87,8 @@ TEST_F(TailSnapshotIntegrationTest, RestoreUndoesToolEditsByteForByteWithoutCopy
         QString path;
         int valueBytes;
     };
-    for (const Case& c : {Case{moovLast, 200}, Case{moovLast, 3000}, Case{ahead, 200}, Case{ahead, 60000},
-                          Case{openEnded, 60000}}) {
+    for (const Case& c : {Case{moovLast, 200}, Case{moovLast, 3000}, Case{ahead, 200}, Case{ahead, 8000},
+                          Case{openEnded, 8000}}) {
         const QString label = QFileInfo(c.path).fileName() + QStringLiteral(" +%1").arg(c.valueBytes);
         const QByteArray original = readBytes(c.path);
         const MP4TailSnapshot snapshot = MP4TailSnapshot::take(c.path, spill.path());
@@ -111,6 +101,16 @@ TEST_F(TailSnapshotIntegrationTest, RestoreUndoesToolEditsByteForByteWithoutCopy
         snapshot.restore(c.path);
         EXPECT_TRUE(readBytes(c.path) == original) << label.toStdString() << " differs after restore";
     }
+
+    // With no room around the moov the file is replaced by a new copy: the
+    // snapshot no longer fits it and refuses rather than damage it.
+    const MP4TailSnapshot snapshot = MP4TailSnapshot::take(ahead, spill.path());
+    auto moov = MP4MoovReader::read(ahead);
+    MP4LanguageAtomWriter::placeFreeformAtom(moov.data, 0, {QStringLiteral("NARRATOR"), QString(60000, u'n'), 60001});
+    MP4MoovCopyRewriter::rewrite(moov, ahead);
+    const QByteArray copied = readBytes(ahead);
+    EXPECT_THROW(snapshot.restore(ahead), GenericError);
+    EXPECT_EQ(readBytes(ahead), copied);
 }
 
 TEST_F(TailSnapshotIntegrationTest, AFileWithoutMoovIsBackedUpWhole)

@@ -5,7 +5,11 @@
 
 #include "container/MP4BoxTree.h"
 #include "container/MP4Bytes.h"
+#include "container/FaultInjection.h"
 #include "container/MP4MoovReader.h"
+#include "tools/ArtCommand.h"
+#include "tools/ChapsCommand.h"
+#include "tools/TagsCommand.h"
 #include "tools/ChapterListFile.h"
 #include "tools/IlstEditor.h"
 
@@ -15,6 +19,10 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <functional>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace folivox;
 using namespace folivox::test;
@@ -31,6 +39,35 @@ QString toolPath(const char* name)
 MediaReaders::Run tool(const char* name, const QStringList& args)
 {
     return MediaReaders::run(toolPath(name), args);
+}
+
+// Runs a tool command in a child process that dies on the spot (as if
+// killed) when it reaches the fault point `point`; true when it died there.
+bool killedAt(const QString& point, const std::function<int(QTextStream&, QTextStream&)>& command)
+{
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        FaultInjection::Scope hook([&](const QString& reached) {
+            if (reached == point)
+                ::_exit(42);
+        });
+        QString out;
+        QString err;
+        QTextStream o(&out);
+        QTextStream e(&err);
+        ::_exit(command(o, e) == 0 ? 3 : 2);
+    }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 42;
+}
+
+QStringList chapterTitles(const QJsonObject& probe)
+{
+    QStringList titles;
+    for (const auto& c : probe.value(QStringLiteral("chapters")).toArray())
+        titles << c.toObject().value(QStringLiteral("tags")).toObject().value(QStringLiteral("title")).toString();
+    return titles;
 }
 
 int dataStreams(const QJsonObject& probe)
@@ -192,4 +229,72 @@ TEST_F(ToolsOnRealFiles, BadInputExitsNonZeroWithOneLineAndNoChange)
     EXPECT_EQ(tool("mp4art", {QStringLiteral("--add"), dir.filePath(QStringLiteral("missing.jpg")), book}).exitCode, 1);
     EXPECT_EQ(tool("mp4tags", {book}).exitCode, 2);
     EXPECT_EQ(Fixtures::readFile(book), before);
+}
+
+TEST_F(ToolsOnRealFiles, AToolKilledAtAnyStepLeavesTheOldOrTheNewBook)
+{
+    const QString list = ChapterListFile::pathFor(book);
+    const QString jpg = dir.filePath(QStringLiteral("cover.jpg"));
+    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                                  QStringLiteral("testsrc=size=200x200"), QStringLiteral("-frames:v"), QStringLiteral("1"), jpg}));
+    ASSERT_TRUE(Fixtures::writeFile(list, "00:00:00.000 Alpha\n00:00:10.000 Beta\n00:00:20.000 Gamma\n"));
+    ASSERT_EQ(tool("mp4chaps", {QStringLiteral("--import"), book}).exitCode, 0);
+    ASSERT_EQ(tool("mp4tags", {QStringLiteral("-song"), QStringLiteral("Old title"), book}).exitCode, 0);
+    const QByteArray start = Fixtures::readFile(book);
+    const QStringList oldChapters{QStringLiteral("Alpha"), QStringLiteral("Beta"), QStringLiteral("Gamma")};
+
+    struct Case {
+        QString name;
+        std::function<int(QTextStream&, QTextStream&)> command;
+        QStringList newChapters;
+        QString newTitle;
+        bool newCover;
+    };
+    const QString newList = dir.filePath(QStringLiteral("new.chapters.txt"));
+    ASSERT_TRUE(Fixtures::writeFile(newList, "00:00:00.000 One\n00:00:15.000 Two\n"));
+    const QList<Case> cases{
+        {QStringLiteral("mp4chaps --remove"),
+         [&](QTextStream& o, QTextStream& e) { return ChapsCommand::run({QStringLiteral("--remove"), book}, o, e); }, {},
+         QStringLiteral("Old title"), false},
+        {QStringLiteral("mp4chaps --import"),
+         [&](QTextStream& o, QTextStream& e) { return ChapsCommand::run({QStringLiteral("--import"), book}, o, e); },
+         {QStringLiteral("One"), QStringLiteral("Two")}, QStringLiteral("Old title"), false},
+        {QStringLiteral("mp4tags with a long value"),
+         [&](QTextStream& o, QTextStream& e) {
+             return TagsCommand::run({QStringLiteral("-song"), QString(20000, u'N'), book}, o, e);
+         },
+         oldChapters, QString(20000, u'N'), false},
+        {QStringLiteral("mp4art --add"),
+         [&](QTextStream& o, QTextStream& e) { return ArtCommand::run({QStringLiteral("--add"), jpg, book}, o, e); },
+         oldChapters, QStringLiteral("Old title"), true},
+    };
+    for (const Case& c : cases) {
+        ASSERT_TRUE(Fixtures::writeFile(book, start));
+        ASSERT_TRUE(Fixtures::writeFile(list, Fixtures::readFile(newList)));
+        QStringList points;
+        {
+            FaultInjection::Scope record([&](const QString& p) { points << p; });
+            QString out;
+            QString err;
+            QTextStream o(&out);
+            QTextStream e(&err);
+            ASSERT_EQ(c.command(o, e), 0) << err.toStdString();
+        }
+        ASSERT_TRUE(points.contains(QStringLiteral("rewrite.switched"))) << c.name.toStdString();
+        for (const QString& point : points) {
+            const std::string where = (c.name + QStringLiteral(" killed at ") + point).toStdString();
+            ASSERT_TRUE(Fixtures::writeFile(book, start));
+            ASSERT_TRUE(killedAt(point, c.command)) << where;
+            const bool switched = points.indexOf(point) >= points.indexOf(QStringLiteral("rewrite.switched"));
+            const QJsonObject probe = MediaReaders::ffprobe(book);
+            EXPECT_EQ(chapterTitles(probe), switched ? c.newChapters : oldChapters) << where;
+            EXPECT_EQ(Fixtures::decodedMd5(book), md5) << where;
+            const QJsonObject mp4 = MediaReaders::mutagenMp4(book);
+            EXPECT_EQ(mp4.value(QStringLiteral("\u00A9nam")).toArray().first().toString(),
+                      switched ? c.newTitle : QStringLiteral("Old title"))
+                << where;
+            EXPECT_EQ(mp4.contains(QStringLiteral("covr")), switched && c.newCover) << where;
+            EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).filter(QStringLiteral(".tmp")), QStringList()) << where;
+        }
+    }
 }
