@@ -223,11 +223,15 @@ TEST(WindowSession, NewBookTearsDownInOrderAndStopsThePlayer)
     LogCapture log;
     QTest::keyClick(&w.window, Qt::Key_N, Qt::ControlModifier);
     QStringList steps;
-    for (const QString& line : log.lines())
+    for (const QString& line : log.lines()) {
         if (line.startsWith(QStringLiteral("[BookSession] tearDown(newBook): ")))
             steps << line.section(QStringLiteral(": "), 1);
+        else if (line == QStringLiteral("[Player] stopped"))
+            steps << QStringLiteral("(player stopped)");
+    }
     EXPECT_EQ(steps, (QStringList{QStringLiteral("cancelImport"), QStringLiteral("clearChapters"),
-                                  QStringLiteral("stopPlayer"), QStringLiteral("closeEditorWindows"),
+                                  QStringLiteral("stopPlayer"), QStringLiteral("(player stopped)"),
+                                  QStringLiteral("closeEditorWindows"),
                                   QStringLiteral("clearSidecarCache"), QStringLiteral("resetImportState"),
                                   QStringLiteral("clearUndo"), QStringLiteral("clearSnapshots"),
                                   QStringLiteral("clearSelection"), QStringLiteral("resetMetadata")}));

@@ -92,6 +92,8 @@ void BookPlayer::togglePlayPause()
 
 void BookPlayer::stop()
 {
+    if (loadedTrack_ || playing_)
+        Log::write(QStringLiteral("[Player] stopped"));
     media_->stop();
     media_->setSource(QUrl());
     loadedTrack_.reset();
