@@ -7,7 +7,7 @@
 
 #include <QBrush>
 #include <QFont>
-#include <QPalette>
+#include <QColor>
 
 namespace folivox {
 
@@ -59,7 +59,7 @@ QVariant ChapterTableModel::data(const QModelIndex& index, int role) const
         return f;
     }
     if (role == Qt::BackgroundRole && index.row() == current_)
-        return QPalette().brush(QPalette::Active, QPalette::Highlight).color().lighter(170);
+        return QColor(255, 226, 150); // warm, unlike the selection's blue
     if (role == Qt::TextAlignmentRole && index.column() != title)
         return QVariant::fromValue(Qt::AlignRight | Qt::AlignVCenter);
     if (role == Qt::ToolTipRole && index.column() == start && index.row() == 0)

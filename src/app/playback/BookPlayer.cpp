@@ -7,6 +7,9 @@
 #include <QAudioOutput>
 #include <QMediaDevices>
 #include <QMediaPlayer>
+#include <QTimer>
+
+#include <QDateTime>
 
 #include <cmath>
 
@@ -16,7 +19,11 @@ BookPlayer::BookPlayer(QObject* parent)
     : QObject(parent)
     , media_(new QMediaPlayer(this))
     , output_(new QAudioOutput(this))
+    , silentClock_(new QTimer(this))
 {
+    silent_ = QMediaDevices::audioOutputs().isEmpty();
+    silentClock_->setInterval(100);
+    connect(silentClock_, &QTimer::timeout, this, &BookPlayer::onSilentTick);
     media_->setAudioOutput(output_);
     connect(media_, &QMediaPlayer::positionChanged, this, &BookPlayer::onMediaPosition);
     connect(media_, &QMediaPlayer::mediaStatusChanged, this,
@@ -68,16 +75,39 @@ void BookPlayer::play()
 {
     if (timeline_.isEmpty())
         return;
+    silent_ = QMediaDevices::audioOutputs().isEmpty();
+    if (silent_) {
+        reportProblem(L10n::text("app.player.noOutput", "No audio output is available: playback is silent."));
+        media_->stop();
+        loadedTrack_.reset();
+        lastTickMs_ = QDateTime::currentMSecsSinceEpoch();
+        silentClock_->start();
+        setPlaying(true);
+        return;
+    }
     if (!loadedTrack_)
         moveTo(position_);
-    if (QMediaDevices::audioOutputs().isEmpty())
-        reportProblem(L10n::text("app.player.noOutput", "No audio output is available: playback is silent."));
     media_->play();
     setPlaying(true);
 }
 
+void BookPlayer::onSilentTick()
+{
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const double next = position_ + static_cast<double>(now - lastTickMs_) / 1000.0;
+    lastTickMs_ = now;
+    if (next >= duration()) {
+        silentClock_->stop();
+        setPosition(duration());
+        setPlaying(false);
+        return;
+    }
+    setPosition(next);
+}
+
 void BookPlayer::pause()
 {
+    silentClock_->stop();
     media_->pause();
     setPlaying(false);
 }
@@ -94,6 +124,7 @@ void BookPlayer::stop()
 {
     if (loadedTrack_ || playing_)
         Log::write(QStringLiteral("[Player] stopped"));
+    silentClock_->stop();
     media_->stop();
     media_->setSource(QUrl());
     loadedTrack_.reset();
@@ -124,7 +155,8 @@ void BookPlayer::moveTo(double bookSeconds)
     if (timeline_.isEmpty())
         return;
     const auto where = timeline_.locate(bookSeconds);
-    load(where.track, where.offset);
+    if (!silent_)
+        load(where.track, where.offset);
     setPosition(timeline_.bookTime(where.track, where.offset));
 }
 

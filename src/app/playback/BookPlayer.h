@@ -8,7 +8,9 @@
 #include <optional>
 
 class QAudioOutput;
+class QElapsedTimer;
 class QMediaPlayer;
+class QTimer;
 
 namespace folivox {
 
@@ -16,8 +18,9 @@ namespace folivox {
 // start, pause, seeking on the book's clock, next and previous chapter, and
 // the chapter playing now. Where it is in the book is kept here, not read
 // back from the media backend, so that the chapter shown is right even on a
-// machine without an audio output (there playback is silent and the problem
-// is reported once).
+// machine without an audio output. There the media backend is left alone
+// (Qt 6.4's FFmpeg backend crashes writing to a sink that failed to open):
+// playback runs silently on a clock of its own, and the problem is reported.
 class BookPlayer : public QObject {
     Q_OBJECT
 public:
@@ -65,6 +68,7 @@ private:
     void reportProblem(const QString& problem);
     void onMediaPosition(qint64 ms);
     void onMediaStatus(int status);
+    void onSilentTick();
 
     QMediaPlayer* media_ = nullptr;
     QAudioOutput* output_ = nullptr;
@@ -75,6 +79,10 @@ private:
     bool playing_ = false;
     std::optional<size_t> chapter_;
     QString problem_;
+    // Playing without an audio output: the clock that moves the position.
+    bool silent_ = false;
+    QTimer* silentClock_ = nullptr;
+    qint64 lastTickMs_ = 0;
 };
 
 } // namespace folivox

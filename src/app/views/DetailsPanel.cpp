@@ -133,32 +133,36 @@ DetailsPanel::DetailsPanel(OpenBook& book, QWidget* parent)
             commit();
     });
 
-    // The cover, with its options.
-    auto* coverBox = new QVBoxLayout;
-    coverBox->addWidget(Ui::heading(L10n::text("app.details.cover", "Cover"), content));
-    cover_->setFixedSize(220, 220);
-    coverBox->addWidget(cover_, 0, Qt::AlignHCenter);
+    // The cover, with its options, above the tags: the side pane is narrow.
+    auto* coverControls = new QVBoxLayout;
+    coverControls->addWidget(Ui::heading(L10n::text("app.details.cover", "Cover"), content));
     auto* coverButtons = new QHBoxLayout;
     coverButtons->addWidget(chooseCover_);
     coverButtons->addWidget(pasteCover_);
     coverButtons->addWidget(removeCover_);
-    coverBox->addLayout(coverButtons);
-    coverInfo_->setAlignment(Qt::AlignHCenter);
+    coverButtons->addStretch();
+    coverControls->addLayout(coverButtons);
     coverInfo_->setForegroundRole(QPalette::PlaceholderText);
-    coverBox->addWidget(coverInfo_);
+    coverControls->addWidget(coverInfo_);
     auto* coverForm = new QFormLayout;
     coverForm->addRow(L10n::text("app.details.coverSize", "Size in the book"), coverSize_);
     coverForm->addRow(L10n::text("app.details.coverQuality", "Quality"), coverQuality_);
-    coverBox->addLayout(coverForm);
-    coverBox->addStretch();
+    coverControls->addLayout(coverForm);
+    coverControls->addStretch();
+    cover_->setFixedSize(168, 168);
+    auto* coverRow = new QHBoxLayout;
+    coverRow->addWidget(cover_, 0, Qt::AlignTop);
+    coverRow->addSpacing(8);
+    coverRow->addLayout(coverControls, 1);
 
-    auto* columns = new QHBoxLayout(content);
-    columns->addLayout(form, 1);
-    columns->addSpacing(12);
-    columns->addLayout(coverBox);
+    auto* columns = new QVBoxLayout(content);
+    columns->addLayout(coverRow);
+    columns->addSpacing(8);
+    columns->addLayout(form);
 
     auto* scroll = new QScrollArea(this);
     scroll->setWidgetResizable(true);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setWidget(content);
     auto* layout = new QVBoxLayout(this);

@@ -89,8 +89,15 @@ void ResultPanel::showResult(const BuildResult& result)
     logFile_ = result.logFile;
     headline_->setText(L10n::format(L10n::text("app.result.built", "Built “%@”: %@"),
                                     {result.title, QDir::toNativeSeparators(outputPath_)}));
-    strategy_->setText(strategyText(static_cast<int>(result.outcome.strategy)) + QStringLiteral(" · ")
-                       + result.settings.summary() + QStringLiteral(" · ") + TimeText::format(result.duration, false));
+    QStringList made{strategyText(static_cast<int>(result.outcome.strategy)), label(result.settings.outputFormat)};
+    if (result.settings.outputFormat != OutputFormat::mp3)
+        made << label(result.settings.codec);
+    if (result.settings.keepSourceBitrate)
+        made << L10n::text("app.result.keptBitrate", "source bitrate kept");
+    else if (result.settings.cbrBitrateKbps)
+        made << QString::number(*result.settings.cbrBitrateKbps) + QStringLiteral(" kbps");
+    made << TimeText::format(result.duration, false);
+    strategy_->setText(made.join(QStringLiteral(" · ")));
     reasons_->clear();
     for (const QString& r : result.outcome.reasons)
         reasons_->addItem(r);
