@@ -1,0 +1,582 @@
+#include "app/views/MainWindow.h"
+
+#include "app/book/OpenBook.h"
+#include "app/book/WorkingStateStore.h"
+#include "app/models/ChapterTableModel.h"
+#include "app/playback/BookPlayer.h"
+#include "app/views/AppIcon.h"
+#include "app/views/BatchRenameDialog.h"
+#include "app/views/BuildBar.h"
+#include "app/views/ChaptersPanel.h"
+#include "app/views/DetailsPanel.h"
+#include "app/views/ExportPanel.h"
+#include "app/views/LogDialog.h"
+#include "app/views/PlayerBar.h"
+#include "app/views/ResultPanel.h"
+#include "app/views/SettingsDialog.h"
+#include "app/views/TracksPanel.h"
+#include "app/views/Ui.h"
+#include "build/BuildFailure.h"
+#include "build/BuildOutputPlanner.h"
+#include "export/EncoderCatalog.h"
+#include "import/ImportCoordinator.h"
+#include "platform/Error.h"
+#include "platform/L10n.h"
+#include "platform/Log.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QEventLoop>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSplitter>
+#include <QStackedWidget>
+#include <QStatusBar>
+#include <QTabWidget>
+#include <QTableView>
+#include <QToolBar>
+#include <QVBoxLayout>
+
+namespace folivox {
+
+namespace {
+
+QWidget* emptyPage(QWidget* parent, const std::function<void()>& open)
+{
+    auto* page = new QWidget(parent);
+    auto* layout = new QVBoxLayout(page);
+    layout->addStretch(2);
+    auto* icon = new QLabel(page);
+    icon->setPixmap(AppIcon::icon().pixmap(128, 128));
+    icon->setAlignment(Qt::AlignCenter);
+    layout->addWidget(icon);
+    auto* title = new QLabel(L10n::text("app.empty.title", "Drop audio files or a folder here"), page);
+    QFont f = title->font();
+    f.setPointSizeF(f.pointSizeF() * 1.6);
+    f.setBold(true);
+    title->setFont(f);
+    title->setAlignment(Qt::AlignCenter);
+    layout->addWidget(title);
+    auto* hint = new QLabel(L10n::text("app.empty.hint",
+                                       "MP3, M4A, M4B, FLAC, Ogg, WAV and more. Chapter files (cue, txt, ffmetadata) "
+                                       "dropped with the audio are applied."),
+                            page);
+    hint->setAlignment(Qt::AlignCenter);
+    hint->setWordWrap(true);
+    hint->setForegroundRole(QPalette::PlaceholderText);
+    layout->addWidget(hint);
+    auto* button = Ui::named(new QPushButton(L10n::text("app.empty.open", "Choose Files…"), page), "app.empty.open.name",
+                             "Choose audio files to open");
+    button->setMinimumWidth(180);
+    QObject::connect(button, &QPushButton::clicked, page, open);
+    layout->addSpacing(12);
+    layout->addWidget(button, 0, Qt::AlignCenter);
+    layout->addStretch(3);
+    return page;
+}
+
+} // namespace
+
+MainWindow::MainWindow(QWidget* parent)
+    : QMainWindow(parent)
+    , book_(std::make_unique<OpenBook>())
+    , runner_(new BuildRunner(this))
+    , player_(new BookPlayer(this))
+    , workingState_(std::make_unique<WorkingStateStore>())
+    , preferences_(AppPreferences::load())
+{
+    setWindowIcon(AppIcon::icon());
+    setAcceptDrops(true);
+    resize(1280, 820);
+    preferences_.applyToolsFolder();
+
+    tracks_ = new TracksPanel(*book_, this);
+    chapters_ = new ChaptersPanel(*book_, this);
+    details_ = new DetailsPanel(*book_, this);
+    export_ = new ExportPanel(*book_, this);
+    result_ = new ResultPanel(this);
+    buildBar_ = new BuildBar(this);
+    playerBar_ = new PlayerBar(*player_, *book_, this);
+    export_->setDestinationFolder(preferences_.defaultOutputFolder);
+
+    auto* left = new QSplitter(Qt::Vertical, this);
+    left->addWidget(chapters_);
+    left->addWidget(tracks_);
+    left->setStretchFactor(0, 3);
+    left->setStretchFactor(1, 2);
+    tabs_ = Ui::named(new QTabWidget(this), "app.tabs.name", "Book details, export settings and result");
+    tabs_->addTab(details_, L10n::text("app.tab.details", "Details"));
+    tabs_->addTab(export_, L10n::text("app.tab.export", "Export"));
+    tabs_->addTab(result_, L10n::text("app.tab.result", "Result"));
+    auto* split = new QSplitter(Qt::Horizontal, this);
+    split->addWidget(left);
+    split->addWidget(tabs_);
+    split->setStretchFactor(0, 3);
+    split->setStretchFactor(1, 2);
+    split->setSizes({720, 560});
+    auto* bookPage = new QWidget(this);
+    auto* bookLayout = new QVBoxLayout(bookPage);
+    bookLayout->setContentsMargins(8, 8, 8, 0);
+    bookLayout->addWidget(split, 1);
+    bookLayout->addWidget(playerBar_);
+
+    pages_ = new QStackedWidget(this);
+    pages_->addWidget(emptyPage(this, [this] { chooseFilesToOpen(false); }));
+    pages_->addWidget(bookPage);
+    auto* central = new QWidget(this);
+    auto* centralLayout = new QVBoxLayout(central);
+    centralLayout->setContentsMargins(0, 0, 0, 0);
+    centralLayout->setSpacing(0);
+    centralLayout->addWidget(pages_, 1);
+    centralLayout->addWidget(buildBar_);
+    setCentralWidget(central);
+
+    importLabel_ = new QLabel(this);
+    importProgress_ = Ui::named(new QProgressBar(this), "app.import.progress.name", "Import progress");
+    importProgress_->setMaximumWidth(240);
+    importProgress_->hide();
+    statusBar()->addWidget(importLabel_, 1);
+    statusBar()->addPermanentWidget(importProgress_);
+
+    buildMenus();
+
+    // The book.
+    book_->stopPlayer = [this] { player_->stop(); };
+    book_->closeEditorWindows = [this] {
+        for (const QPointer<QDialog>& d : editorWindows_)
+            if (d)
+                d->close();
+        editorWindows_.clear();
+    };
+    book_->clearSnapshots = [this] { result_->clear(); };
+    book_->clearSelection = [this] {
+        chapters_->view()->clearSelection();
+        tracks_->view()->clearSelection();
+    };
+    connect(book_.get(), &OpenBook::alertRaised, this, &MainWindow::showAlert);
+    connect(book_.get(), &OpenBook::importStarted, this, [this] {
+        importLabel_->setText(L10n::text("app.import.running", "Adding files…"));
+        importProgress_->setRange(0, 0);
+        importProgress_->show();
+        refreshState();
+    });
+    connect(book_.get(), &OpenBook::importProgress, this, [this](int done, int total) {
+        importProgress_->setRange(0, std::max(1, total));
+        importProgress_->setValue(done);
+        importLabel_->setText(L10n::format(L10n::text("app.import.progress", "Adding files… %d of %d"),
+                                           {QString::number(done), QString::number(total)}));
+    });
+    connect(book_.get(), &OpenBook::importFinished, this, [this] {
+        importProgress_->hide();
+        importLabel_->setText(book_->isEmpty() ? QString()
+                                               : L10n::format(L10n::text("app.import.done", "%d tracks, %d chapters"),
+                                                              {QString::number(book_->tracks().size()),
+                                                               QString::number(book_->chapters().size())}));
+        refreshState();
+    });
+    const auto bookChanged = [this] {
+        player_->setBook(book_->tracks(), book_->chapters());
+        refreshState();
+    };
+    connect(book_.get(), &OpenBook::tracksChanged, this, bookChanged);
+    connect(book_.get(), &OpenBook::chaptersChanged, this, bookChanged);
+    connect(book_.get(), &OpenBook::metadataChanged, this, &MainWindow::refreshState);
+    connect(book_.get(), &OpenBook::undoStateChanged, this, &MainWindow::refreshState);
+
+    connect(tracks_, &TracksPanel::playTrackRequested, this, [this](int row) { player_->playTrack(static_cast<size_t>(row)); });
+    connect(chapters_, &ChaptersPanel::playChapterRequested, this,
+            [this](int row) { player_->playChapter(static_cast<size_t>(row)); });
+    connect(chapters_, &ChaptersPanel::batchRenameRequested, this, &MainWindow::showBatchRename);
+    connect(chapters_, &ChaptersPanel::chapterFileRequested, this, &MainWindow::chooseChapterFile);
+    connect(player_, &BookPlayer::currentChapterChanged, chapters_->model(), &ChapterTableModel::setCurrentChapter);
+    connect(details_, &DetailsPanel::problem, this,
+            [this](const QString& text) { showAlert(L10n::text("app.cover.problem.title", "Cover not used"), text); });
+    connect(export_, &ExportPanel::problem, this,
+            [this](const QString& text) { showAlert(L10n::text("app.export.problem.title", "Preset not saved"), text); });
+
+    // Building.
+    connect(buildBar_, &BuildBar::buildRequested, this, &MainWindow::startBuild);
+    connect(buildBar_, &BuildBar::cancelRequested, this, &MainWindow::cancelBuild);
+    connect(runner_, &BuildRunner::progressed, buildBar_, &BuildBar::showRunning);
+    connect(runner_, &BuildRunner::finished, this, [this](const BuildResult& r) {
+        buildBar_->showIdle(L10n::format(L10n::text("app.build.done", "Built %@"), {QFileInfo(r.outcome.outputPath).fileName()}));
+        result_->showResult(r);
+        tabs_->setCurrentIndex(resultTab);
+        refreshState();
+        Q_EMIT buildEnded();
+    });
+    connect(runner_, &BuildRunner::failed, this, [this](const BuildRunner::Failure& f) {
+        buildBar_->showIdle(L10n::text("app.build.failed", "The build failed."));
+        result_->showFailure(f.message, f.logFile);
+        tabs_->setCurrentIndex(resultTab);
+        showAlert(L10n::text("app.build.failed.title", "The book could not be built"), f.message);
+        refreshState();
+        Q_EMIT buildEnded();
+    });
+    connect(runner_, &BuildRunner::cancelled, this, [this] {
+        buildBar_->showIdle(L10n::text("app.build.cancelled", "Build cancelled; nothing was written."));
+        refreshState();
+        Q_EMIT buildEnded();
+    });
+    connect(result_, &ResultPanel::showLogRequested, this, &MainWindow::showBuildLog);
+
+    // Whether HE-AAC can be offered depends on the installed ffmpeg; asking
+    // it runs a child process, so it happens off the main thread.
+    encoderProbe_ = std::thread([this] {
+        const bool heAAC = EncoderCatalog::system().heAAC().has_value();
+        QMetaObject::invokeMethod(this, [this, heAAC] { export_->setHeAACAvailable(heAAC); }, Qt::QueuedConnection);
+    });
+
+    export_->choosePreset(preferences_.defaultPreset);
+    refreshState();
+}
+
+MainWindow::~MainWindow()
+{
+    if (encoderProbe_.joinable())
+        encoderProbe_.join();
+    runner_->cancel();
+    book_->cancelImport();
+}
+
+void MainWindow::buildMenus()
+{
+    auto* file = menuBar()->addMenu(L10n::text("app.menu.file", "&File"));
+    auto* open = file->addAction(L10n::text("app.action.open", "&Open Files…"), this, [this] { chooseFilesToOpen(false); });
+    open->setShortcut(QKeySequence::Open);
+    auto* openFolder =
+        file->addAction(L10n::text("app.action.openFolder", "Open &Folder…"), this, [this] { chooseFilesToOpen(true); });
+    openFolder->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O));
+    auto* newBook = file->addAction(L10n::text("app.action.new", "&New Book"), this, &MainWindow::newBook);
+    newBook->setShortcut(QKeySequence::New);
+    file->addAction(L10n::text("app.action.chapterFile", "Apply &Chapter File…"), this, &MainWindow::chooseChapterFile);
+    file->addSeparator();
+    auto* settings = file->addAction(L10n::text("app.action.settings", "&Settings…"), this, &MainWindow::showSettings);
+    settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    file->addSeparator();
+    auto* quit = file->addAction(L10n::text("app.action.quit", "&Quit"), this, &QWidget::close);
+    quit->setShortcut(QKeySequence::Quit);
+
+    auto* edit = menuBar()->addMenu(L10n::text("app.menu.edit", "&Edit"));
+    undo_ = edit->addAction(L10n::text("app.action.undo", "&Undo"), this, [this] { book_->undo(); });
+    undo_->setShortcut(QKeySequence::Undo);
+    redo_ = edit->addAction(L10n::text("app.action.redo", "&Redo"), this, [this] { book_->redo(); });
+    redo_->setShortcuts({QKeySequence::Redo, QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z)});
+    edit->addSeparator();
+    batchRename_ = edit->addAction(L10n::text("app.action.batchRename", "&Batch Rename Chapters…"), this,
+                                   &MainWindow::showBatchRename);
+    batchRename_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_R));
+
+    auto* buildMenu = menuBar()->addMenu(L10n::text("app.menu.build", "&Build"));
+    build_ = buildMenu->addAction(L10n::text("app.action.build", "&Build Audiobook"), this, &MainWindow::startBuild);
+    build_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_B));
+    cancel_ = buildMenu->addAction(L10n::text("app.action.cancelBuild", "&Cancel Build"), this, &MainWindow::cancelBuild);
+    cancel_->setShortcut(QKeySequence(Qt::Key_Escape));
+    auto* log = buildMenu->addAction(L10n::text("app.action.showLog", "Show Build &Log"), this, &MainWindow::showBuildLog);
+    log->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
+
+    auto* play = menuBar()->addMenu(L10n::text("app.menu.playback", "&Playback"));
+    auto* toggle = play->addAction(L10n::text("app.action.play", "&Play / Pause"), player_, &BookPlayer::togglePlayPause);
+    toggle->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_P));
+    auto* next = play->addAction(L10n::text("app.action.nextChapter", "&Next Chapter"), player_, &BookPlayer::nextChapter);
+    next->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Right));
+    auto* previous =
+        play->addAction(L10n::text("app.action.previousChapter", "P&revious Chapter"), player_, &BookPlayer::previousChapter);
+    previous->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Left));
+
+    auto* bar = addToolBar(L10n::text("app.toolbar", "Main"));
+    bar->setObjectName(QStringLiteral("mainToolBar"));
+    bar->setMovable(false);
+    bar->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    for (QAction* a : {open, newBook})
+        bar->addAction(a);
+    bar->addSeparator();
+    bar->addAction(undo_);
+    bar->addAction(redo_);
+    bar->addAction(batchRename_);
+    bar->addSeparator();
+    bar->addAction(settings);
+}
+
+void MainWindow::refreshState()
+{
+    const bool hasBook = !book_->isEmpty();
+    pages_->setCurrentIndex(hasBook || book_->isImporting() ? 1 : 0);
+    const QString title = book_->metadata().title;
+    setWindowTitle(title.isEmpty() ? QStringLiteral("Folivox") : title + QStringLiteral(" — Folivox"));
+    undo_->setEnabled(book_->canUndo());
+    undo_->setText(book_->canUndo() ? L10n::format(L10n::text("app.action.undoNamed", "&Undo %@"), {book_->undoName()})
+                                    : L10n::text("app.action.undo", "&Undo"));
+    redo_->setEnabled(book_->canRedo());
+    batchRename_->setEnabled(hasBook && !book_->chapters().empty());
+    const bool canBuild = hasBook && !book_->isImporting() && !book_->chapters().empty() && !runner_->isRunning();
+    build_->setEnabled(canBuild);
+    cancel_->setEnabled(runner_->isRunning());
+    buildBar_->setBuildEnabled(canBuild);
+}
+
+QList<QMessageBox*> MainWindow::openAlerts() const
+{
+    QList<QMessageBox*> open;
+    for (const QPointer<QMessageBox>& box : alerts_)
+        if (box && box->isVisible())
+            open << box;
+    return open;
+}
+
+void MainWindow::showAlert(const QString& title, const QString& message)
+{
+    Log::write(QStringLiteral("[App] alert: ") + title);
+    auto* box = new QMessageBox(QMessageBox::Warning, title, message, QMessageBox::NoButton, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    auto* ok = box->addButton(L10n::text(ImportAlert::buttonKey(), "OK"), QMessageBox::AcceptRole);
+    ok->setAccessibleName(L10n::text("app.alert.ok.name", "Close this message"));
+    box->setDefaultButton(ok);
+    box->setWindowModality(Qt::WindowModal);
+    alerts_.removeAll(nullptr);
+    alerts_ << box;
+    box->open();
+}
+
+// ---- Opening --------------------------------------------------------------
+
+void MainWindow::openPaths(const QStringList& paths)
+{
+    if (paths.isEmpty())
+        return;
+    pages_->setCurrentIndex(1);
+    book_->importPaths(paths);
+}
+
+void MainWindow::chooseFilesToOpen(bool folder)
+{
+    auto* dialog = new QFileDialog(this, folder ? L10n::text("app.open.folderTitle", "Open a Folder of Audio")
+                                                : L10n::text("app.open.title", "Open Audio Files"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    if (folder) {
+        dialog->setFileMode(QFileDialog::Directory);
+        dialog->setOption(QFileDialog::ShowDirsOnly);
+    } else {
+        dialog->setFileMode(QFileDialog::ExistingFiles);
+        QStringList patterns;
+        for (const QString& ext : ImportCoordinator::audioExtensions() + ImportCoordinator::sidecarExtensions())
+            patterns << QStringLiteral("*.") + ext;
+        dialog->setNameFilters({L10n::text("app.open.filter", "Audio and chapter files") + QStringLiteral(" (")
+                                    + patterns.join(QLatin1Char(' ')) + QLatin1Char(')'),
+                                L10n::text("app.open.filterAll", "All files (*)")});
+    }
+    connect(dialog, &QFileDialog::filesSelected, this, &MainWindow::openPaths);
+    dialog->open();
+}
+
+void MainWindow::chooseChapterFile()
+{
+    auto* dialog = new QFileDialog(this, L10n::text("app.chapterFile.dialog", "Apply a Chapter File"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::ExistingFile);
+    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& path) {
+        const QString error = book_->applyChapterFile(path);
+        if (!error.isEmpty())
+            showAlert(L10n::text("app.chapterFile.failed.title", "Chapter file not used"), error);
+    });
+    dialog->open();
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event)
+{
+    if (event->mimeData()->hasUrls())
+        event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event)
+{
+    QStringList paths;
+    for (const QUrl& url : event->mimeData()->urls())
+        if (url.isLocalFile())
+            paths << url.toLocalFile();
+    if (paths.isEmpty())
+        return;
+    event->acceptProposedAction();
+    openPaths(paths);
+}
+
+void MainWindow::newBook()
+{
+    book_->newBook();
+    export_->choosePreset(preferences_.defaultPreset);
+    buildBar_->showIdle(QString());
+    importLabel_->clear();
+    refreshState();
+}
+
+// ---- Editing --------------------------------------------------------------
+
+void MainWindow::showBatchRename()
+{
+    if (book_->chapters().empty())
+        return;
+    QStringList titles;
+    for (const Bookmark& b : book_->chapters())
+        titles << b.title;
+    auto* dialog = new BatchRenameDialog(titles, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &BatchRenameDialog::titlesChosen, this, [this](const QStringList& renamed) {
+        book_->setChapterTitles(renamed, L10n::text("app.undo.batchRename", "Batch Rename"));
+    });
+    renameDialog_ = dialog;
+    editorWindows_.removeAll(nullptr);
+    editorWindows_ << dialog;
+    dialog->open();
+}
+
+void MainWindow::showSettings()
+{
+    auto* dialog = new SettingsDialog(preferences_, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &SettingsDialog::preferencesChosen, this, &MainWindow::applyPreferences);
+    dialog->open();
+}
+
+void MainWindow::applyPreferences(const AppPreferences& preferences)
+{
+    const bool folderChanged = preferences.defaultOutputFolder != preferences_.defaultOutputFolder;
+    preferences_ = preferences;
+    preferences_.save();
+    preferences_.applyToolsFolder();
+    if (folderChanged)
+        export_->setDestinationFolder(preferences_.defaultOutputFolder);
+}
+
+void MainWindow::showBuildLog()
+{
+    const QString log = result_->logFile();
+    if (log.isEmpty())
+        return;
+    auto* dialog = new LogDialog(log, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    editorWindows_.removeAll(nullptr);
+    editorWindows_ << dialog;
+    dialog->show();
+}
+
+// ---- Building -------------------------------------------------------------
+
+void MainWindow::startBuild()
+{
+    if (runner_->isRunning() || book_->isEmpty() || book_->isImporting())
+        return;
+    const QString output = export_->outputPath();
+    try {
+        BuildOutputPlanner::check(output, book_->settings().outputFormat);
+        BuildOutputPlanner::checkReplace(output, book_->settings().outputFormat, false);
+    } catch (const BuildFailure& f) {
+        if (QFileInfo::exists(output) && f.file() == output) {
+            askToReplace(output);
+            return;
+        }
+        showAlert(L10n::text("app.build.failed.title", "The book could not be built"), f.message());
+        return;
+    }
+    runBuild(false);
+}
+
+void MainWindow::askToReplace(const QString& output)
+{
+    auto* box = new QMessageBox(QMessageBox::Question, L10n::text("app.build.replace.title", "Replace the existing book?"),
+                                L10n::format(L10n::text("app.build.replace.message",
+                                                        "%@ already exists. Building replaces it once the new book is "
+                                                        "complete."),
+                                             {output}),
+                                QMessageBox::NoButton, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    auto* replace = box->addButton(L10n::text("app.build.replace.button", "Replace"), QMessageBox::AcceptRole);
+    replace->setAccessibleName(L10n::text("app.build.replace.name", "Replace the existing book"));
+    auto* keep = box->addButton(L10n::text("app.build.replace.cancel", "Cancel"), QMessageBox::RejectRole);
+    keep->setAccessibleName(L10n::text("app.build.replace.cancel.name", "Keep the existing book"));
+    box->setDefaultButton(keep);
+    box->setWindowModality(Qt::WindowModal);
+    connect(box, &QMessageBox::buttonClicked, this, [this, replace](QAbstractButton* b) {
+        if (b == replace)
+            runBuild(true);
+    });
+    alerts_.removeAll(nullptr);
+    alerts_ << box;
+    box->open();
+}
+
+void MainWindow::runBuild(bool replaceExisting)
+{
+    BuildRequest request;
+    request.book = book_->importedBook();
+    request.settings = book_->settings();
+    request.output = export_->outputPath();
+    request.parallelJobs = preferences_.parallelJobs;
+    request.replaceExisting = replaceExisting;
+    if (!runner_->start(request))
+        return;
+    buildBar_->showRunning(runner_->phase(), 0);
+    refreshState();
+}
+
+void MainWindow::cancelBuild()
+{
+    if (!runner_->isRunning())
+        return;
+    runner_->cancel();
+    buildBar_->showRunning(L10n::text("app.build.cancelling", "Cancelling…"), runner_->fraction());
+    buildBar_->cancelButton()->setEnabled(false);
+}
+
+// ---- Working state --------------------------------------------------------
+
+void MainWindow::restoreWorkingState()
+{
+    const WorkingStateStore::Loaded loaded = workingState_->load();
+    if (loaded.state) {
+        book_->restore(*loaded.state);
+        refreshState();
+        return;
+    }
+    if (!loaded.problem.isEmpty())
+        showAlert(L10n::text("app.workingState.damaged.title", "The last book could not be reopened"),
+                  L10n::format(L10n::text("app.workingState.damaged.message",
+                                          "The saved state of the last book is damaged (%@). It was set aside as %@ "
+                                          "and Folivox starts with an empty window."),
+                               {loaded.problem, loaded.setAsidePath}));
+}
+
+void MainWindow::saveWorkingState()
+{
+    try {
+        if (book_->isEmpty())
+            workingState_->clear();
+        else
+            workingState_->save(book_->state());
+    } catch (const Error& e) {
+        Log::write(QStringLiteral("[App] ") + e.description());
+    }
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    if (runner_->isRunning()) {
+        runner_->cancel();
+        QEventLoop wait;
+        connect(this, &MainWindow::buildEnded, &wait, &QEventLoop::quit);
+        wait.exec();
+    }
+    book_->cancelImport();
+    player_->stop();
+    saveWorkingState();
+    event->accept();
+}
+
+} // namespace folivox

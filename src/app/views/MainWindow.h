@@ -1,0 +1,123 @@
+#pragma once
+
+#include "app/build/BuildRunner.h"
+#include "app/settings/AppPreferences.h"
+
+#include <QMainWindow>
+#include <QPointer>
+
+#include <memory>
+#include <thread>
+
+class QAction;
+class QLabel;
+class QMessageBox;
+class QProgressBar;
+class QStackedWidget;
+class QTabWidget;
+
+namespace folivox {
+
+class BatchRenameDialog;
+class BookPlayer;
+class BuildBar;
+class ChaptersPanel;
+class DetailsPanel;
+class ExportPanel;
+class OpenBook;
+class PlayerBar;
+class ResultPanel;
+class TracksPanel;
+class WorkingStateStore;
+
+// The book window. It shows the open book and hands every request to the
+// services below it: imports and edits to OpenBook, builds to BuildRunner
+// (BuildUseCase off the main thread), listening to BookPlayer. Messages the
+// user must read open as window-modal boxes that never block the event loop.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    explicit MainWindow(QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    // Reopens the book saved at the last quit, if any; a damaged file is set
+    // aside and the user told.
+    void restoreWorkingState();
+    // Saves the open book's working state (removes it when no book is open).
+    void saveWorkingState();
+
+    // What File ▸ Open and a drop do.
+    void openPaths(const QStringList& paths);
+    void startBuild();
+    void cancelBuild();
+    void newBook();
+    void showBatchRename();
+    void showSettings();
+    void showBuildLog();
+    void applyPreferences(const AppPreferences& preferences);
+
+    OpenBook& book() { return *book_; }
+    BookPlayer& player() { return *player_; }
+    BuildRunner& runner() { return *runner_; }
+    TracksPanel* tracksPanel() const { return tracks_; }
+    ChaptersPanel* chaptersPanel() const { return chapters_; }
+    DetailsPanel* detailsPanel() const { return details_; }
+    ExportPanel* exportPanel() const { return export_; }
+    ResultPanel* resultPanel() const { return result_; }
+    BuildBar* buildBar() const { return buildBar_; }
+    PlayerBar* playerBar() const { return playerBar_; }
+    QTabWidget* sideTabs() const { return tabs_; }
+    const AppPreferences& preferences() const { return preferences_; }
+    // The message boxes now open, oldest first.
+    QList<QMessageBox*> openAlerts() const;
+    QPointer<BatchRenameDialog> batchRenameDialog() const { return renameDialog_; }
+
+    enum Tab { detailsTab, exportTab, resultTab };
+
+Q_SIGNALS:
+    void buildEnded();
+
+protected:
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void buildMenus();
+    void showAlert(const QString& title, const QString& message);
+    void askToReplace(const QString& output);
+    void runBuild(bool replaceExisting);
+    void chooseFilesToOpen(bool folder);
+    void chooseChapterFile();
+    void refreshState();
+
+    std::unique_ptr<OpenBook> book_;
+    BuildRunner* runner_;
+    BookPlayer* player_;
+    std::unique_ptr<WorkingStateStore> workingState_;
+    AppPreferences preferences_;
+
+    QStackedWidget* pages_;
+    TracksPanel* tracks_;
+    ChaptersPanel* chapters_;
+    DetailsPanel* details_;
+    ExportPanel* export_;
+    ResultPanel* result_;
+    QTabWidget* tabs_;
+    BuildBar* buildBar_;
+    PlayerBar* playerBar_;
+    QLabel* importLabel_;
+    QProgressBar* importProgress_;
+    QAction* undo_;
+    QAction* redo_;
+    QAction* build_;
+    QAction* cancel_;
+    QAction* batchRename_;
+    QList<QPointer<QMessageBox>> alerts_;
+    QPointer<BatchRenameDialog> renameDialog_;
+    QList<QPointer<QDialog>> editorWindows_;
+    std::thread encoderProbe_;
+    bool saved_ = false;
+};
+
+} // namespace folivox

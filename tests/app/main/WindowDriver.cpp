@@ -1,0 +1,87 @@
+#include "main/WindowDriver.h"
+
+#include "app/book/OpenBook.h"
+#include "app/views/MainWindow.h"
+#include "support/Fixtures.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QImage>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPainter>
+#include <QTest>
+#include <QUrl>
+
+namespace folivox::test {
+
+bool WindowDriver::drop(QWidget* target, const QStringList& paths)
+{
+    QMimeData data;
+    QList<QUrl> urls;
+    for (const QString& p : paths)
+        urls << QUrl::fromLocalFile(p);
+    data.setUrls(urls);
+    const QPoint at = target->rect().center();
+    QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(target, &enter);
+    if (!enter.isAccepted())
+        return false;
+    QDropEvent dropEvent(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(target, &dropEvent);
+    return dropEvent.isAccepted();
+}
+
+bool WindowDriver::waitUntil(const std::function<bool()>& condition, int timeoutMs)
+{
+    return QTest::qWaitFor(condition, timeoutMs);
+}
+
+bool WindowDriver::waitForImport(MainWindow& window, int timeoutMs)
+{
+    QTest::qWait(1);
+    return waitUntil([&] { return !window.book().isImporting(); }, timeoutMs);
+}
+
+QList<QMessageBox*> WindowDriver::alerts(MainWindow& window)
+{
+    return window.openAlerts();
+}
+
+void WindowDriver::dismissAlerts(MainWindow& window)
+{
+    for (QMessageBox* box : window.openAlerts())
+        if (!box->buttons().isEmpty())
+            box->buttons().first()->click();
+    QTest::qWait(1);
+}
+
+bool WindowDriver::makeMp3s(const QString& folder, const QStringList& names, double seconds)
+{
+    QDir().mkpath(folder);
+    int frequency = 300;
+    for (const QString& name : names) {
+        if (!Fixtures::tone(QDir(folder).filePath(name), seconds,
+                            {QStringLiteral("-c:a"), QStringLiteral("libmp3lame"), QStringLiteral("-b:a"),
+                             QStringLiteral("64k")},
+                            44100, 1, frequency))
+            return false;
+        frequency += 110;
+    }
+    return true;
+}
+
+bool WindowDriver::makePng(const QString& path, int width, int height)
+{
+    QImage image(width, height, QImage::Format_RGB32);
+    image.fill(QColor(40, 90, 160));
+    QPainter p(&image);
+    p.fillRect(width / 4, height / 4, width / 2, height / 2, QColor(240, 200, 60));
+    p.end();
+    return image.save(path, "PNG");
+}
+
+} // namespace folivox::test
