@@ -1,6 +1,6 @@
 #include "app/book/ChapterFileOffer.h"
 
-#include "library/SidecarBookmarks.h"
+#include "sidecars/SidecarChapterFitter.h"
 #include "platform/Error.h"
 #include "platform/L10n.h"
 #include "sidecars/SidecarDiscoveryService.h"
@@ -36,7 +36,9 @@ ChapterFileOffer offerFor(const SidecarMatchResult& match, const std::vector<Tra
 {
     ChapterFileOffer offer;
     offer.match = match;
-    offer.chapters = SidecarBookmarks::fromChapters(tracks, match.chapters);
+    // Fitted as the build and `folivox chapters --audio` fit a chapter file.
+    const auto fitted = SidecarChapterFitter::fit(match.parseResult, SidecarChapterFitter::totalDurationMs(tracks));
+    offer.chapters = SidecarChapterFitter::bookmarks(tracks, fitted.chapters);
     for (Bookmark& b : offer.chapters)
         b.isSidecarChapter = true;
     offer.warnings = warnings;
