@@ -44,6 +44,9 @@ struct BuildRequest {
     // Build damaged MP3 sources from clean copies (their valid frames, made
     // in the work folder; the sources are not changed).
     bool repairDamaged = false;
+    // The user chose no bitrate: never encode above the sources' own rate
+    // (a 64 kb/s MP3 book does not become a 128 kb/s AAC book twice its size).
+    bool capBitrateToSource = false;
 };
 
 } // namespace folivox

@@ -6,6 +6,7 @@
 #include "build/SourceDamage.h"
 #include "build/SourceCover.h"
 #include "export/DefaultExportService.h"
+#include "export/BitrateOptionsCalculator.h"
 #include "export/DefaultMetadataWritingService.h"
 #include "export/ExportDecisionPreview.h"
 #include "export/ExportSettingsValidator.h"
@@ -137,6 +138,33 @@ Chapters chaptersFromDiscovery(const std::vector<Track>& tracks, std::vector<Boo
     return chapters;
 }
 
+// The settings with their bitrate held down to the sources' own: the step
+// at or above the highest source bitrate, when that is below the setting.
+ExportSettings cappedToSource(const ExportSettings& settings, const std::vector<Track>& tracks,
+                              const std::function<void(const QString&)>& note)
+{
+    if (settings.keepSourceBitrate || !settings.cbrBitrateKbps)
+        return settings;
+    int sourceKbps = 0;
+    int sourceChannels = 1;
+    for (const Track& t : tracks) {
+        sourceKbps = std::max(sourceKbps, (t.cachedBitrate.value_or(0) + 500) / 1000);
+        sourceChannels = std::max(sourceChannels, t.cachedChannels.value_or(1));
+    }
+    if (sourceKbps <= 0)
+        return settings;
+    const int channels = settings.channels == ChannelSetting::mono ? 1 : settings.channels == ChannelSetting::stereo ? 2 : sourceChannels;
+    const std::vector<int> steps = BitrateOptionsCalculator::steps(settings.outputFormat, settings.codec, channels);
+    const int cap = steps.empty() ? sourceKbps : BitrateOptionsCalculator::stepAtOrAbove(sourceKbps, steps);
+    if (cap >= *settings.cbrBitrateKbps)
+        return settings;
+    ExportSettings capped = settings;
+    capped.cbrBitrateKbps = cap;
+    note(L10n::format(L10n::text("build.bitrate.capped", "Quality Capped to Source: %@ kbps instead of %@ kbps, as the sources are %@ kbps"),
+                      {QString::number(cap), QString::number(*settings.cbrBitrateKbps), QString::number(sourceKbps)}));
+    return capped;
+}
+
 } // namespace
 
 // Everything a build needs before the export starts, checked.
@@ -148,6 +176,8 @@ struct BuildUseCase::Prepared {
     bool outputExists = false;
     // The file the cover came from, if there is one.
     QString coverSource;
+    // The settings the build runs with.
+    ExportSettings settings;
     SourceDamage damage;
     // Repaired copies of damaged sources live here for the length of the build.
     std::shared_ptr<WorkDirectory> repairs;
@@ -236,6 +266,10 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
                                                             prepared.warnings);
 
     checkDamage(prepared, request, token, sinks);
+    if (request.capBitrateToSource)
+        prepared.settings = cappedToSource(request.settings, tracks, note);
+    else
+        prepared.settings = request.settings;
 
     // Tags, cover and the output.
     const QFileInfo firstInput(request.inputs.first());
@@ -327,6 +361,7 @@ BuildUseCase::Prepared BuildUseCase::prepareImported(const ImportedBook& book, c
                 source);
     }
     Prepared prepared;
+    prepared.settings = request.settings;
     prepared.tracks = book.tracks;
     prepared.chapters.bookmarks = book.bookmarks;
     prepared.chapters.source = QStringLiteral("book");
@@ -349,7 +384,7 @@ BuildPlan BuildUseCase::preview(const BuildRequest& request, std::shared_ptr<con
     auto ffmpeg = std::make_shared<FFmpegWrapper>();
     ExportDecisionPreview::Preview decided;
     try {
-        decided = ExportDecisionPreview::take(prepared.chapters.bookmarks, prepared.tracks, request.settings, false,
+        decided = ExportDecisionPreview::take(prepared.chapters.bookmarks, prepared.tracks, prepared.settings, false,
                                               LibavAudioInspector::formatProbeFunction(ffmpeg));
     } catch (const Error& e) {
         throw BuildFailure::failed(e.description());
@@ -407,7 +442,7 @@ BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const
     exportRequest.bookmarks = prepared.chapters.bookmarks;
     exportRequest.metadata = prepared.metadata;
     exportRequest.outputPath = prepared.output;
-    exportRequest.settings = request.settings;
+    exportRequest.settings = prepared.settings;
     exportRequest.allTracks = prepared.tracks;
     exportRequest.parallelJobs = request.parallelJobs;
     if (request.logFile)
@@ -438,7 +473,7 @@ BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const
     result.chapterSource = prepared.chapters.source;
     for (const ExportedChapter& c : result.outcome.chapters)
         result.duration += c.duration;
-    result.settings = request.settings;
+    result.settings = prepared.settings;
     result.logFile = exported.logFile;
     result.warnings = prepared.warnings;
     result.coverSource = prepared.coverSource;

@@ -386,6 +386,9 @@ BuildRequest BuildCommand::requestFrom(const Options& o, const std::optional<Exp
     r.skipUnreadable = o.skipUnreadable;
     r.replaceExisting = o.force;
     r.repairDamaged = o.repairDamaged;
+    // With no bitrate chosen (no --bitrate, --keep-bitrate or --preset), the
+    // sources' own rate is the ceiling.
+    r.capBitrateToSource = !o.bitrate && !o.keepBitrate && !o.preset && !base;
     return r;
 }
 

@@ -184,3 +184,23 @@ TEST_F(BuildOptions, FractionalSplitHoursMakePartsOfOneAlbum)
         EXPECT_EQ(tags.value(QStringLiteral("disk")).toArray().first().toArray(), (QJsonArray{i + 1, 2}));
     }
 }
+
+// With no bitrate chosen, a 64 kb/s source is not blown up to the default
+// 128 kb/s; a bitrate the user asks for is kept.
+TEST_F(BuildOptions, TheDefaultBitrateIsCappedToTheSourcesButAChosenOneIsKept)
+{
+    const CommandRun capped = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), path(QStringLiteral("a.m4b")),
+                                       QStringLiteral("--json"), QStringLiteral("-q")});
+    ASSERT_EQ(capped.exitCode, 0) << capped.errText().toStdString();
+    EXPECT_EQ(capped.json().value(QStringLiteral("settings")).toObject().value(QStringLiteral("cbrBitrateKbps")).toInt(), 64);
+    EXPECT_TRUE(capped.errText().contains(QStringLiteral("Quality Capped to Source"))) << capped.errText().toStdString();
+    const QJsonObject stream =
+        test::MediaReaders::ffprobe(path(QStringLiteral("a.m4b"))).value(QStringLiteral("streams")).toArray().first().toObject();
+    EXPECT_LT(stream.value(QStringLiteral("bit_rate")).toString().toInt(), 80000);
+
+    const CommandRun chosen = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), path(QStringLiteral("b.m4b")),
+                                       QStringLiteral("--json"), QStringLiteral("-q"), QStringLiteral("--bitrate"), QStringLiteral("96")});
+    ASSERT_EQ(chosen.exitCode, 0) << chosen.errText().toStdString();
+    EXPECT_EQ(chosen.json().value(QStringLiteral("settings")).toObject().value(QStringLiteral("cbrBitrateKbps")).toInt(), 96);
+    EXPECT_FALSE(chosen.errText().contains(QStringLiteral("Capped")));
+}
