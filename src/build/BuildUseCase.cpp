@@ -378,6 +378,18 @@ BuildUseCase::Prepared BuildUseCase::prepareImported(const ImportedBook& book, c
     return prepared;
 }
 
+void BuildUseCase::refuseImpossibleCopy(const Prepared& prepared)
+{
+    auto ffmpeg = std::make_shared<FFmpegWrapper>();
+    const ExportDecisionPreview::Preview decided = ExportDecisionPreview::take(
+        prepared.chapters.bookmarks, prepared.tracks, prepared.settings, false, LibavAudioInspector::formatProbeFunction(ffmpeg));
+    if (!decided.decision.reasons.isEmpty())
+        throw BuildFailure::usage(L10n::format(L10n::text("build.passthrough.impossible",
+                                                          "--passthrough force cannot copy this audio (%@): use "
+                                                          "--passthrough auto to encode it"),
+                                               {decided.decision.reasons.join(QStringLiteral("; "))}));
+}
+
 BuildPlan BuildUseCase::preview(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks)
 {
     const Prepared prepared = prepare(request, *token, sinks);
@@ -424,6 +436,8 @@ BuildPlan BuildUseCase::preview(const BuildRequest& request, std::shared_ptr<con
 BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks)
 {
     const Prepared prepared = prepare(request, *token, sinks);
+    if (prepared.settings.passthroughPolicy == PassthroughPolicy::force)
+        refuseImpossibleCopy(prepared);
     if (sinks.started) {
         double total = 0;
         for (const Bookmark& b : prepared.chapters.bookmarks)

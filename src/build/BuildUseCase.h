@@ -49,6 +49,9 @@ private:
     static Prepared prepareImported(const ImportedBook& book, const BuildRequest& request, const QByteArray& givenCover);
     // Scans the MP3 sources for damage, tells the user, and with
     // repairDamaged puts repaired copies in their place.
+    // Forced passthrough only where a copy gives a correct book: a usage
+    // error naming why it cannot, before any audio work.
+    static void refuseImpossibleCopy(const Prepared& prepared);
     static void checkDamage(Prepared& prepared, const BuildRequest& request, const CancellationToken& token, const Sinks& sinks);
 };
 

@@ -121,10 +121,21 @@ struct MoveLayout {
     QByteArray moovBytes;
 };
 
-// Reads moov and moves every chunk offset in it by shift, or refuses (logged)
-// when it is too large, can't be read whole, or an offset would overflow.
+// One stretch of media that moves: chunk offsets in [from, to) move by delta.
+struct MediaShift {
+    std::uint64_t from = 0;
+    std::uint64_t to = UINT64_MAX;
+    std::int64_t delta = 0;
+};
+
+// Reads moov and moves its chunk offsets as the shifts say (applied in
+// order; a later shift must not take in offsets an earlier one moved), or
+// refuses (logged) when it is too large, can't be read whole, or an offset
+// would overflow. Media that does not move keeps its offsets: a file may hold
+// media ahead of the moov and behind it (a chapter track's samples next to
+// the moov, the audio further on).
 std::optional<FastStartRelocator::Outcome> readShiftedMoov(const MP4File& source, const MP4BoxHeader& moov,
-                                                           const QString& name, std::int64_t shift,
+                                                           const QString& name, std::initializer_list<MediaShift> shifts,
                                                            QByteArray& moovBytes)
 {
     using Refusal = FastStartRelocator::Refusal;
@@ -142,15 +153,19 @@ std::optional<FastStartRelocator::Outcome> readShiftedMoov(const MP4File& source
     if (moov.extendsToEnd)
         MP4Bytes::put32(moovBytes.data(), std::uint32_t(moov.size));
 
-    switch (MP4ChunkOffsets::shift(moovBytes, 0, moovBytes.size(), shift)) {
-    case MP4ChunkOffsets::ShiftResult::shifted:
-        return std::nullopt;
-    case MP4ChunkOffsets::ShiftResult::stcoOverflow:
-        logRefusal(Refusal::stcoOverflow, name);
-        return refused(Refusal::stcoOverflow);
-    case MP4ChunkOffsets::ShiftResult::co64Overflow:
-        logRefusal(Refusal::co64Overflow, name);
-        return refused(Refusal::co64Overflow);
+    for (const MediaShift& s : shifts) {
+        if (s.delta == 0)
+            continue;
+        switch (MP4ChunkOffsets::shift(moovBytes, 0, moovBytes.size(), s.delta, s.from, s.to)) {
+        case MP4ChunkOffsets::ShiftResult::shifted:
+            break;
+        case MP4ChunkOffsets::ShiftResult::stcoOverflow:
+            logRefusal(Refusal::stcoOverflow, name);
+            return refused(Refusal::stcoOverflow);
+        case MP4ChunkOffsets::ShiftResult::co64Overflow:
+            logRefusal(Refusal::co64Overflow, name);
+            return refused(Refusal::co64Overflow);
+        }
     }
     return std::nullopt;
 }
@@ -166,20 +181,31 @@ std::optional<FastStartRelocator::Outcome> planMove(const MP4File& source, std::
     const QList<MP4BoxHeader> boxes = MP4BoxHeader::listTopLevel(source, fileSize);
     std::optional<MP4BoxHeader> moov;
     std::optional<MP4BoxHeader> mdat;
+    std::optional<MP4BoxHeader> largestMdat;
     for (const MP4BoxHeader& b : boxes) {
         if (!moov && b.is(kMoov))
             moov = b;
         if (!mdat && b.is(kMdat))
             mdat = b;
+        if (b.is(kMdat) && (!largestMdat || b.size > largestMdat->size))
+            largestMdat = b;
     }
     if (!moov || !mdat)
         return refused(Refusal::notAnMP4);
-    if (moov->offset < mdat->offset) {
+    // Ahead of the audio (the largest mdat) is what streaming needs; a few
+    // chapter-text samples written just ahead of the moov do not matter.
+    if (moov->offset < mdat->offset || (padding == 0 && moov->offset < largestMdat->offset)) {
         FastStartRelocator::Outcome o;
         o.kind = FastStartRelocator::Outcome::Kind::alreadyAhead;
         return o;
     }
-    if (auto refusal = readShiftedMoov(source, *moov, name, std::int64_t(moov->size + padding), layout.moovBytes))
+    // The copy puts moov (and padding) where the first mdat was: media from
+    // there up to the old moov moves on by both; media behind the old moov
+    // moves by the padding alone.
+    if (auto refusal = readShiftedMoov(source, *moov, name,
+                                       {MediaShift{moov->end(), UINT64_MAX, std::int64_t(padding)},
+                                        MediaShift{mdat->offset, moov->offset, std::int64_t(moov->size + padding)}},
+                                       layout.moovBytes))
         return refusal;
     layout.moov = *moov;
     layout.mdat = *mdat;
@@ -198,7 +224,9 @@ std::optional<FastStartRelocator::Outcome> planPaddedAhead(const MP4File& source
             moov = b;
     if (!moov || moov->extendsToEnd)
         return refused(FastStartRelocator::Refusal::notAnMP4);
-    if (auto refusal = readShiftedMoov(source, *moov, name, std::int64_t(padding), layout.moovBytes))
+    // Padding right behind the moov: only media behind it moves.
+    if (auto refusal = readShiftedMoov(source, *moov, name, {MediaShift{moov->end(), UINT64_MAX, std::int64_t(padding)}},
+                                       layout.moovBytes))
         return refusal;
     layout.moov = *moov;
     return std::nullopt;

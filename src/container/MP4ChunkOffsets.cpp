@@ -95,7 +95,7 @@ std::optional<std::uint64_t> MP4ChunkOffsets::findInRange(const QByteArray& moov
 }
 
 MP4ChunkOffsets::ShiftResult MP4ChunkOffsets::shift(QByteArray& buffer, qsizetype moovPosition, qsizetype moovEnd,
-                                                   std::int64_t delta, std::uint64_t threshold)
+                                                   std::int64_t delta, std::uint64_t threshold, std::uint64_t limit)
 {
     const MP4BoxHeader top = MP4BoxHeader::decodeAt(buffer, moovPosition, moovEnd);
     std::vector<Table> tables;
@@ -110,13 +110,13 @@ MP4ChunkOffsets::ShiftResult MP4ChunkOffsets::shift(QByteArray& buffer, qsizetyp
                 return;
             if (t.width == 4) {
                 const std::int64_t v = MP4Bytes::be32(data + p);
-                if (std::uint64_t(v) < threshold)
+                if (std::uint64_t(v) < threshold || std::uint64_t(v) >= limit)
                     return;
                 const std::int64_t r = v + delta;
                 overflow = r < 0 || r > std::int64_t(0xFFFFFFFFu);
             } else {
                 const std::uint64_t u = MP4Bytes::be64(data + p);
-                if (u < threshold)
+                if (u < threshold || u >= limit)
                     return;
                 if (u > std::uint64_t(INT64_MAX)) {
                     overflow = true;
@@ -134,11 +134,11 @@ MP4ChunkOffsets::ShiftResult MP4ChunkOffsets::shift(QByteArray& buffer, qsizetyp
         forEachEntry(t, [&](qsizetype p) {
             if (t.width == 4) {
                 const std::uint32_t v = MP4Bytes::be32(out + p);
-                if (v >= threshold)
+                if (v >= threshold && v < limit)
                     MP4Bytes::put32(out + p, std::uint32_t(std::int64_t(v) + delta));
             } else {
                 const std::uint64_t v = MP4Bytes::be64(out + p);
-                if (v >= threshold)
+                if (v >= threshold && v < limit)
                     MP4Bytes::put64(out + p, std::uint64_t(std::int64_t(v) + delta));
             }
         });

@@ -21,7 +21,7 @@ public:
 
     enum class ShiftResult { shifted, stcoOverflow, co64Overflow };
 
-    // Adds delta to every entry (at or above threshold) of every stco/co64 of
+    // Adds delta to every entry (at or above threshold, below limit) of every stco/co64 of
     // the `moov` box that starts at moovPosition in buffer and ends at
     // moovEnd, walking trak/mdia/minf/stbl. A stco entry that would leave
     // 0..0xFFFFFFFF gives stcoOverflow, a co64 entry that would leave the
@@ -29,7 +29,7 @@ public:
     // then unchanged. A box that does not decode throws
     // MP4BoxHeader::ParseError.
     static ShiftResult shift(QByteArray& buffer, qsizetype moovPosition, qsizetype moovEnd, std::int64_t delta,
-                             std::uint64_t threshold = 0);
+                             std::uint64_t threshold = 0, std::uint64_t limit = UINT64_MAX);
 };
 
 } // namespace folivox

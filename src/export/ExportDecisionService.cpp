@@ -346,7 +346,9 @@ QStringList ExportDecisionService::reasons(const DecisionFactors& f, const Expor
     if (settings.outputFormat == OutputFormat::m4b) {
         if (!f.allAAC)
             out << QStringLiteral("non-AAC source");
-        if (!f.allM4B)
+        // Forced passthrough copies AAC from any MP4 file: an .m4a and the
+        // same bytes named .m4b give the same book.
+        if (!f.allM4B && settings.passthroughPolicy != PassthroughPolicy::force)
             out << QStringLiteral("source is not M4B (audiobook format)");
         if (!f.codecMatches)
             out << f.codecMismatchDescription.value_or(QStringLiteral("codec mismatch"));
@@ -365,7 +367,7 @@ QStringList ExportDecisionService::reasons(const DecisionFactors& f, const Expor
         out << QStringLiteral("snapToChapters enabled");
     if (f.requiresReencode)
         out << QStringLiteral("re-encoding requested");
-    if (f.requiresBitrateChange)
+    if (f.requiresBitrateChange && settings.passthroughPolicy != PassthroughPolicy::force)
         out << f.bitrateChangeReason.value_or(QStringLiteral("bitrate reduction"));
     if (f.hasPartialRanges)
         out << QStringLiteral("partial M4B range extraction (startOffset or duration trimming)");

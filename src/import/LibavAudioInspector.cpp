@@ -1,5 +1,7 @@
 #include "import/LibavAudioInspector.h"
 
+#include "import/AacDecodedProfile.h"
+
 #include "import/AudioSpecificConfig.h"
 #include "import/FFprobeInspector.h"
 #include "import/InspectionError.h"
@@ -396,8 +398,11 @@ AudioSourceFormat LibavAudioInspector::inspect(const MediaProbe& p) const
                             QString::asprintf("%.2f", av.duration), formatBitrate(av.bitrate)));
         return av;
     }
+    // Decoding the first frames tells the profile for certain; ffmpeg's
+    // text (and the bitrate rule) are asked only when that is not possible.
+    const std::optional<QString> decoded = AacDecodedProfile::of(p.path);
     std::optional<AudioSourceFormat> ff;
-    if (ffprobe_) {
+    if (!decoded && ffprobe_) {
         try {
             ff = ffprobe_(p.path);
         } catch (const std::exception& e) {
@@ -405,14 +410,26 @@ AudioSourceFormat LibavAudioInspector::inspect(const MediaProbe& p) const
                            .arg(name, QString::fromUtf8(e.what())));
         }
     }
-    return merge(av, ff, name);
+    return merge(av, ff, name, decoded);
 }
 
 AudioSourceFormat LibavAudioInspector::merge(const AudioSourceFormat& av, const std::optional<AudioSourceFormat>& ff,
-                                             const QString& name)
+                                             const QString& name, const std::optional<QString>& decoded)
 {
     AudioSourceFormat result;
-    if (ff && ff->isHEAACFamily()) {
+    if (decoded) {
+        // The decoder has seen the audio itself: SBR and parametric stereo
+        // are known, not guessed, so neither the bitrate nor the text of
+        // `ffmpeg -i` (which reads only the container) overrides it.
+        result = av;
+        result.codec = *decoded;
+        result.codecLongName = AudioSourceFormat::longNameForCodec(result.codec);
+        if (result.codec != u"aac-lc")
+            result.aacSignaledNoSBR = false;
+        // Parametric stereo decodes to two channels from a mono core.
+        if (result.codec == u"he-aacv2")
+            result.channels = std::max(2, result.channels);
+    } else if (ff && ff->isHEAACFamily()) {
         result = av;
         result.codec = ff->codec;
         result.codecLongName = ff->codecLongName;
@@ -431,8 +448,9 @@ AudioSourceFormat LibavAudioInspector::merge(const AudioSourceFormat& av, const 
     } else {
         result = av;
     }
-    Log::write(QStringLiteral("[Inspect/AV+FF] %1: codec=%2 (av=%3 ff=%4)")
-                   .arg(name, result.codec, av.codec, ff ? ff->codec : QStringLiteral("none")));
+    Log::write(QStringLiteral("[Inspect/AV+FF] %1: codec=%2 (av=%3 ff=%4 decoded=%5)")
+                   .arg(name, result.codec, av.codec, ff ? ff->codec : QStringLiteral("none"),
+                        decoded.value_or(QStringLiteral("none"))));
     return result;
 }
 

@@ -48,9 +48,11 @@ public:
     AudioSourceFormat inspect(const MediaProbe& probe) const;
 
     // Combines the in-process answer with ffmpeg's. ff is empty when ffmpeg
-    // could not be asked or failed.
+    // could not be asked or failed. decoded, the profile found by decoding
+    // the first frames, wins over both; only without it does a low bitrate
+    // per channel at a full sample rate count as HE-AAC.
     static AudioSourceFormat merge(const AudioSourceFormat& av, const std::optional<AudioSourceFormat>& ff,
-                                   const QString& name);
+                                   const QString& name, const std::optional<QString>& decoded = std::nullopt);
 
     // The format reader the export side takes: the full inspection (with
     // ffmpeg's view where the in-process answer is not trusted) as a

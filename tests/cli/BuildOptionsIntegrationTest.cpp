@@ -204,3 +204,15 @@ TEST_F(BuildOptions, TheDefaultBitrateIsCappedToTheSourcesButAChosenOneIsKept)
     EXPECT_EQ(chosen.json().value(QStringLiteral("settings")).toObject().value(QStringLiteral("cbrBitrateKbps")).toInt(), 96);
     EXPECT_FALSE(chosen.errText().contains(QStringLiteral("Capped")));
 }
+
+// A 64 kb/s stereo AAC-LC book is copied, not re-encoded: bit for bit.
+TEST_F(BuildOptions, LowBitrateAacLcIsCopiedUnderForce)
+{
+    const QString source = path(QStringLiteral("lc.m4a"));
+    ASSERT_TRUE(Fixtures::tone(source, 3.0, {QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"), QStringLiteral("64k")}, 44100, 2));
+    const CommandRun r = folivox({QStringLiteral("build"), source, QStringLiteral("-o"), path(QStringLiteral("copy.m4b")),
+                                  QStringLiteral("--passthrough"), QStringLiteral("force"), QStringLiteral("--json"), QStringLiteral("-q")});
+    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
+    EXPECT_TRUE(r.json().value(QStringLiteral("strategy")).toString().startsWith(QStringLiteral("passthrough"))) << r.out.toStdString();
+    EXPECT_EQ(Fixtures::decodedMd5(path(QStringLiteral("copy.m4b"))), Fixtures::decodedMd5(source));
+}

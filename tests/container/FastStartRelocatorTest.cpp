@@ -86,20 +86,23 @@ TEST_F(FastStartRelocatorTest, RefusesWhatIsNotAnMP4WithoutALogLine)
     EXPECT_EQ(log.count(QStringLiteral("[FastStart]")), 0);
 }
 
-TEST_F(FastStartRelocatorTest, RefusesOffsetOverflowsAndLeavesTheBookInItsOrder)
+TEST_F(FastStartRelocatorTest, OnlyTheMediaThatMovesHasItsOffsetsShifted)
 {
-    for (const auto& [tables, refusal] : {std::pair{stco({0xFFFFFFFFu}), Refusal::stcoOverflow},
-                                          std::pair{co64({0x7FFFFFFFFFFFFFF0ULL}), Refusal::co64Overflow},
-                                          std::pair{co64({0x8000000000000000ULL}), Refusal::co64Overflow}}) {
-        const QByteArray original = moovLast(tables);
-        ASSERT_TRUE(writeBytes(path, original));
-        LogCapture log;
+    // Offsets that point behind the moov (media there stays where it is) are
+    // left alone, however large; those into the mdat move by the moov's size.
+    const std::uint32_t first = std::uint32_t(ftyp.size() + 8);
+    for (const QByteArray& tables : {stco({first, 0xFFFFFFFFu}), co64({first, 0x7FFFFFFFFFFFFFF0ULL})}) {
+        ASSERT_TRUE(writeBytes(path, moovLast(tables)));
         const auto o = FastStartRelocator::relocate(path);
-        EXPECT_EQ(o.kind, Kind::refused);
-        EXPECT_EQ(o.refusal, refusal);
-        EXPECT_EQ(readBytes(path), original);
-        EXPECT_TRUE(log.contains(QStringLiteral("[FastStart] refused reason=%1 file='book.m4b' — left in original order")
-                                     .arg(FastStartRelocator::refusalName(refusal))));
+        ASSERT_EQ(o.kind, Kind::relocated);
+        const QByteArray moov = MP4MoovReader::read(path).data;
+        const std::uint32_t moovSize = std::uint32_t(moov.size());
+        if (tables.contains("stco")) {
+            EXPECT_EQ(moov.right(8), u32(first + moovSize) + u32(0xFFFFFFFFu));
+        } else {
+            EXPECT_EQ(moov.right(16).left(8), QByteArray(4, '\0') + u32(first + moovSize));
+            EXPECT_EQ(moov.right(8), QByteArray::fromHex("7FFFFFFFFFFFFFF0"));
+        }
         EXPECT_EQ(folderEntries(), QStringList{"book.m4b"});
     }
     // The largest stco entry that still fits passes.
@@ -107,7 +110,7 @@ TEST_F(FastStartRelocatorTest, RefusesOffsetOverflowsAndLeavesTheBookInItsOrder)
     const std::uint32_t moovSize = std::uint32_t(probe.size() - ftyp.size() - 26);
     ASSERT_TRUE(writeBytes(path, moovLast(stco({0xFFFFFFFFu - moovSize}))));
     EXPECT_EQ(FastStartRelocator::relocate(path).kind, Kind::relocated);
-    EXPECT_EQ(MP4MoovReader::read(path).data.right(4), u32(0xFFFFFFFFu));
+    EXPECT_EQ(MP4MoovReader::read(path).data.right(4), u32(0xFFFFFFFFu - moovSize));
 }
 
 TEST_F(FastStartRelocatorTest, RefusesAMoovOver200MiBBeforeReadingIt)

@@ -54,7 +54,7 @@ TEST(LibavAudioInspectorTest, MergeTakesFFmpegsHighEfficiencyAnswer)
     EXPECT_EQ(m.duration, 100);
     EXPECT_EQ(m.format, "mov,mp4,m4a,3gp,3g2,mj2");
     EXPECT_FALSE(m.aacSignaledNoSBR);
-    EXPECT_TRUE(log.contains("[Inspect/AV+FF] b.m4b: codec=he-aacv2 (av=aac-lc ff=he-aacv2)"));
+    EXPECT_TRUE(log.contains("[Inspect/AV+FF] b.m4b: codec=he-aacv2 (av=aac-lc ff=he-aacv2 decoded=none)"));
 
     // Without an in-process bitrate, ffmpeg's stands in.
     av.bitrate.reset();
