@@ -144,8 +144,8 @@ TEST_F(BuildLifecycle, AKilledBuildTakesItsEncodersAlongAndTheNextRunSweepsItsWo
     ASSERT_TRUE(Fixtures::writeFile(output, "a book the user already had"));
     const QString logFile = path(QStringLiteral("killed.log"));
     QProcess p;
-    start(p, {QStringLiteral("build"), input, QStringLiteral("-o"), output, QStringLiteral("-j"), QStringLiteral("2"),
-              QStringLiteral("--bitrate"), QStringLiteral("64"), QStringLiteral("--log"), logFile});
+    start(p, {QStringLiteral("build"), input, QStringLiteral("-o"), output, QStringLiteral("-f"), QStringLiteral("-j"),
+              QStringLiteral("2"), QStringLiteral("--bitrate"), QStringLiteral("64"), QStringLiteral("--log"), logFile});
     const QByteArray err = waitForText(p, "Encoding audio");
     ASSERT_TRUE(err.contains("Encoding audio")) << err.toStdString();
     QList<qint64> encoders;
@@ -186,8 +186,8 @@ TEST_F(BuildLifecycle, AClosedTerminalCancelsLikeCtrlCAndLeavesNothingBehind)
     ASSERT_TRUE(Fixtures::writeFile(output, "a book the user already had"));
     const QString logFile = path(QStringLiteral("hup.log"));
     QProcess p;
-    start(p, {QStringLiteral("build"), input, QStringLiteral("-o"), output, QStringLiteral("-j"), QStringLiteral("1"),
-              QStringLiteral("--bitrate"), QStringLiteral("64"), QStringLiteral("--log"), logFile});
+    start(p, {QStringLiteral("build"), input, QStringLiteral("-o"), output, QStringLiteral("-f"), QStringLiteral("-j"),
+              QStringLiteral("1"), QStringLiteral("--bitrate"), QStringLiteral("64"), QStringLiteral("--log"), logFile});
     QByteArray err = waitForText(p, "Encoding audio");
     ASSERT_TRUE(err.contains("Encoding audio")) << err.toStdString();
     ::kill(static_cast<pid_t>(p.processId()), SIGHUP);
@@ -215,8 +215,8 @@ TEST_F(BuildLifecycle, ACtrlCThatLandsAfterTheBookIsInPlaceIsASuccess)
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("FOLIVOX_FAULT_SIGNAL"), QStringLiteral("export.outputPlaced:INT"));
     QProcess p;
-    start(p, {QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), output, QStringLiteral("--bitrate"),
-              QStringLiteral("64"), QStringLiteral("--log"), logFile},
+    start(p, {QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), output, QStringLiteral("-f"),
+              QStringLiteral("--bitrate"), QStringLiteral("64"), QStringLiteral("--log"), logFile},
           env);
     ASSERT_TRUE(p.waitForFinished(120000));
     const QByteArray err = p.readAllStandardError();
@@ -242,8 +242,8 @@ TEST_F(BuildLifecycle, AFolderThatTakesNoNewFilesFailsBeforeAudioWorkAndKeepsThe
         GTEST_SKIP() << "cannot make a folder refuse new files here";
     const QString logFile = path(QStringLiteral("refused.log"));
     QProcess p;
-    start(p, {QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), output, QStringLiteral("--bitrate"),
-              QStringLiteral("64"), QStringLiteral("--log"), logFile});
+    start(p, {QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), output, QStringLiteral("-f"),
+              QStringLiteral("--bitrate"), QStringLiteral("64"), QStringLiteral("--log"), logFile});
     const bool ended = p.waitForFinished(120000);
     const QStringList entries = QDir(shelf).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     test::allowNewEntries(shelf);
