@@ -396,6 +396,7 @@ void DefaultExportService::drive(Job& job)
     // What earlier builds that were killed left behind: work folders, write
     // probes and incoming copies whose owners are gone.
     WorkDirectory::sweepAbandoned();
+    OutputLock::sweepAbandoned();
     for (const QString& folder : foldersBesideOutput(request.outputPath))
         OutputPlacement::sweepAbandoned(folder);
 

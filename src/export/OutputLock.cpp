@@ -66,6 +66,20 @@ std::optional<qint64> OutputLock::holderOf(const QString& outputPath)
     return readHolder(lockFile);
 }
 
+int OutputLock::sweepAbandoned()
+{
+    const QDir dir(AppPaths::lockDir());
+    int removed = 0;
+    for (const QString& name : dir.entryList({QStringLiteral("output-*.lock")}, QDir::Files)) {
+        FileLock stale = FileLock::tryAcquire(dir.filePath(name), FileLock::Open::existing);
+        if (!stale.isHeld())
+            continue;
+        stale.removeAndRelease();
+        ++removed;
+    }
+    return removed;
+}
+
 OutputLock OutputLock::acquire(const QString& outputPath)
 {
     const QString output = canonicalOutput(outputPath);

@@ -33,6 +33,10 @@ public:
     // The process id written in a held lock file, if any.
     static std::optional<qint64> holderOf(const QString& outputPath);
 
+    // Removes lock files that killed builds left in the lock folder (nobody
+    // holds them). Returns how many were removed.
+    static int sweepAbandoned();
+
     bool isHeld() const { return lock_.isHeld(); }
 
 private:

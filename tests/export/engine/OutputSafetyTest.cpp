@@ -213,8 +213,16 @@ TEST(OutputLockTest, OneBuildPerOutputWhateverTheSpellingAndNothingLeftAfter)
     EXPECT_FALSE(QFileInfo::exists(lockFile));
     EXPECT_FALSE(OutputLock::holderOf(output).has_value());
 
-    // A lock file a killed build left (nobody holds it) does not block.
+    // A lock file a killed build left (nobody holds it) does not block, and
+    // the sweep takes it away; a held one stays.
     ASSERT_TRUE(Fixtures::writeFile(lockFile, "999999\n"));
     EXPECT_TRUE(OutputLock::acquire(output).isHeld());
     EXPECT_FALSE(QFileInfo::exists(lockFile));
+    ASSERT_TRUE(Fixtures::writeFile(lockFile, "999999\n"));
+    {
+        OutputLock other = OutputLock::acquire(shelf.filePath(QStringLiteral("Other.m4b")));
+        EXPECT_GE(OutputLock::sweepAbandoned(), 1);
+        EXPECT_FALSE(QFileInfo::exists(lockFile));
+        EXPECT_TRUE(QFileInfo::exists(OutputLock::lockFileFor(shelf.filePath(QStringLiteral("Other.m4b")))));
+    }
 }
