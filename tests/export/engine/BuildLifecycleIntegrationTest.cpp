@@ -18,6 +18,9 @@
 
 #include <csignal>
 
+#include <sys/mount.h>
+#include <unistd.h>
+
 using namespace folivox;
 using folivox::test::Fixtures;
 
@@ -300,4 +303,33 @@ TEST_F(BuildLifecycle, ASecondBuildToTheSameOutputIsRefusedAtOnceNamingTheFirst)
     // The first was cancelled: no output, and nothing the second did left one either.
     EXPECT_EQ(first.exitCode(), 130);
     EXPECT_FALSE(QFileInfo::exists(output));
+}
+
+TEST_F(BuildLifecycle, AFullTemporaryDiskIsNamedWithWhatToDo)
+{
+    // A temporary folder on a tiny disk of its own (needs root to mount).
+    const QString temp = path(QStringLiteral("tiny-tmp"));
+    QDir().mkpath(temp);
+    if (::geteuid() != 0 || ::mount("tmpfs", QFile::encodeName(temp).constData(), "tmpfs", 0, "size=1m") != 0)
+        GTEST_SKIP() << "cannot mount a small disk here";
+    struct Unmount {
+        QString at;
+        ~Unmount() { ::umount2(QFile::encodeName(at).constData(), MNT_DETACH); }
+    } unmount{temp};
+    test::mp3Tone(path(QStringLiteral("in/a.mp3")), 240.0);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("TMPDIR"), temp);
+    QProcess p;
+    start(p, {QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), path(QStringLiteral("Book.m4b")),
+              QStringLiteral("--bitrate"), QStringLiteral("64")},
+          env);
+    ASSERT_TRUE(p.waitForFinished(120000));
+    const QString err = QString::fromUtf8(p.readAllStandardError());
+    EXPECT_EQ(p.exitCode(), 1) << err.toStdString();
+    EXPECT_TRUE(err.contains(QStringLiteral("The disk that holds the temporary folder “") + temp + QStringLiteral("” ran out of space")))
+        << err.toStdString();
+    EXPECT_TRUE(err.contains(QStringLiteral("or set TMPDIR to a folder on a disk with more room"))) << err.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(path(QStringLiteral("Book.m4b"))));
+    EXPECT_EQ(QDir(temp + QStringLiteral("/FolivoxWork")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{});
 }
