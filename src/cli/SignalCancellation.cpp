@@ -1,5 +1,11 @@
 #include "cli/SignalCancellation.h"
 
+#include "container/FaultInjection.h"
+#include "platform/Log.h"
+
+#include <QByteArray>
+#include <QString>
+
 #include <atomic>
 #include <csignal>
 #include <map>
@@ -13,7 +19,8 @@ namespace folivox::cli {
 
 namespace {
 
-std::atomic<bool> gCancelled{false};
+std::atomic<bool> gSignalled{false};
+std::atomic<bool> gHandled{false};
 std::atomic<int> gSignalCount{0};
 int gPipe[2] = {-1, -1};
 std::mutex gMutex;
@@ -22,6 +29,7 @@ int gNextId = 1;
 
 void handler(int)
 {
+    gSignalled.store(true);
     const int n = ++gSignalCount;
     if (n >= 3)
         ::_exit(130);
@@ -33,7 +41,7 @@ void watch()
 {
     char byte;
     while (::read(gPipe[0], &byte, 1) == 1) {
-        if (gCancelled.exchange(true))
+        if (gHandled.exchange(true))
             continue;
         std::map<int, std::function<void()>> callbacks;
         {
@@ -43,6 +51,43 @@ void watch()
         for (auto& [id, f] : callbacks)
             f();
     }
+}
+
+int signalNumber(const QString& name)
+{
+    bool numeric = false;
+    const int n = name.toInt(&numeric);
+    if (numeric)
+        return n;
+    const QString bare = name.toUpper().remove(QStringLiteral("SIG"));
+    if (bare == u"INT")
+        return SIGINT;
+    if (bare == u"TERM")
+        return SIGTERM;
+    if (bare == u"HUP")
+        return SIGHUP;
+    if (bare == u"KILL")
+        return SIGKILL;
+    return 0;
+}
+
+// FOLIVOX_FAULT_SIGNAL: a signal sent to this process at a named point.
+void installFaultSignal()
+{
+    const QString spec = qEnvironmentVariable("FOLIVOX_FAULT_SIGNAL");
+    const qsizetype colon = spec.lastIndexOf(u':');
+    if (colon <= 0)
+        return;
+    const QString point = spec.left(colon);
+    const int number = signalNumber(spec.mid(colon + 1));
+    if (number <= 0)
+        return;
+    static FaultInjection::Scope scope([point, number](const QString& reached) {
+        if (reached != point)
+            return;
+        Log::write(QStringLiteral("[Fault] raising signal %1 at %2").arg(number).arg(point));
+        ::raise(number);
+    });
 }
 
 } // namespace
@@ -60,12 +105,14 @@ void SignalCancellation::install()
         sa.sa_flags = SA_RESTART;
         ::sigaction(SIGINT, &sa, nullptr);
         ::sigaction(SIGTERM, &sa, nullptr);
+        ::sigaction(SIGHUP, &sa, nullptr);
+        installFaultSignal();
     });
 }
 
 bool SignalCancellation::cancelled()
 {
-    return gCancelled.load();
+    return gSignalled.load();
 }
 
 int SignalCancellation::onCancel(std::function<void()> f)
@@ -74,7 +121,7 @@ int SignalCancellation::onCancel(std::function<void()> f)
     const int id = gNextId++;
     gCallbacks.emplace(id, f);
     lock.unlock();
-    if (gCancelled.load())
+    if (gHandled.load())
         f();
     return id;
 }

@@ -4,14 +4,20 @@
 
 namespace folivox::cli {
 
-// Turns SIGINT and SIGTERM into cancellation. The signal handler only writes
-// to a pipe; a watcher thread then runs the registered callbacks (which
-// cancel tokens and so stop child processes) outside signal context.
-// A second signal while the first is being handled ends the program at once
-// with status 130, after the callbacks of the first had their chance.
+// Turns SIGINT, SIGTERM and SIGHUP (a closed terminal) into cancellation.
+// The signal handler only notes the signal and writes to a pipe; a watcher
+// thread then runs the registered callbacks (which cancel tokens and so stop
+// child processes) outside signal context. A third signal ends the program
+// at once with status 130, after the callbacks of the first had their chance.
+//
+// For tests of the program as a whole, FOLIVOX_FAULT_SIGNAL="<point>:<signal>"
+// (a signal name such as INT, TERM, HUP or KILL, or its number) makes the
+// program send itself that signal when its work reaches the named fault point
+// (FaultInjection), for example "export.outputPlaced:INT".
 class SignalCancellation {
 public:
     static void install();
+    // A cancelling signal has arrived (true from the moment its handler ran).
     static bool cancelled();
     // Runs f on cancellation (at once if already cancelled). Returns an id.
     static int onCancel(std::function<void()> f);

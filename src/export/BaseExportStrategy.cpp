@@ -1,6 +1,7 @@
 #include "export/BaseExportStrategy.h"
 
 #include "container/FastStartRelocator.h"
+#include "container/FaultInjection.h"
 #include "container/FileRangeCopier.h"
 #include "container/MP4File.h"
 #include "container/SafeFileReplace.h"
@@ -9,6 +10,7 @@
 #include "export/CoverOptions.h"
 #include "export/ExportDecisionService.h"
 #include "export/ExportPrologue.h"
+#include "export/OutputPlacement.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 
@@ -196,14 +198,9 @@ void BaseExportStrategy::placeOutput(const ExportContext& context, const QString
     const QString folder = QFileInfo(target).absolutePath();
     if (!QFileInfo::exists(folder))
         QDir().mkpath(folder);
-    try {
-        SafeFileReplace::replace(finished, target);
-    } catch (const SafeFileReplace::WriteInterruptedError& e) {
-        Log::write(QStringLiteral("[Export] put-back INTERRUPTED for '") + fileName(target)
-                   + QStringLiteral("' — output DAMAGED; complete copy preserved at ") + e.preservedCopyPath());
-        throw;
-    }
+    OutputPlacement::put(finished, target, context.token());
     Log::write(QStringLiteral("[Export] Output in place: ") + target);
+    FaultInjection::reach("export.outputPlaced");
 }
 
 void BaseExportStrategy::completeWithFile(ExportContext& context, const QString& finished,

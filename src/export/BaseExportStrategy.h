@@ -69,8 +69,9 @@ protected:
                     const QList<ChapterInfo>& chapters, const QByteArray& cover, const FilePlacement& placement = {},
                     bool freshOutput = true);
 
-    // Moves a finished file to its place. Refuses a target that is one of the
-    // book's sources (key "export.error.no.free.name").
+    // Moves a finished file to its place (OutputPlacement: a rename, never a
+    // write over the user's file in place). Refuses a target that is one of
+    // the book's sources (key "export.error.no.free.name").
     static void placeOutput(const ExportContext& context, const QString& finished, const QString& target);
 
     // The last step of a strategy that makes one file: checks for a cancel,

@@ -10,6 +10,8 @@
 #include "export/FFmpegWrapper.h"
 #include "export/ManualCancellationToken.h"
 #include "export/MultiFileExportStrategy.h"
+#include "export/OutputLock.h"
+#include "export/OutputPlacement.h"
 #include "export/PassthroughConcatStrategy.h"
 #include "export/PassthroughEntireFileStrategy.h"
 #include "export/SettingsNormalizer.h"
@@ -19,6 +21,7 @@
 #include "platform/L10n.h"
 #include "platform/Log.h"
 #include "platform/SleepInhibitor.h"
+#include "platform/WorkDirectory.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -101,6 +104,35 @@ QString settingsLine(const ExportSettings& s)
         .arg(s.splitHours)
         .arg(s.splitSizeMB)
         .arg(boolText(s.snapToChapters), enumName(s.coverSize), enumName(s.coverQuality));
+}
+
+// The disk of the temporary folder filled up: say which folder, and what to do.
+ExportError temporaryFolderFull()
+{
+    return ExportError::underlying(
+        L10n::format(L10n::text("export.error.outOfSpace.temporaryFolder",
+                                "The disk that holds the temporary folder “%@” ran out of space while building this "
+                                "audiobook.\n\nFolivox needs room there for temporary files while it works — for a "
+                                "long book that can be several gigabytes more than the finished file. Free up space on "
+                                "that disk, or set TMPDIR to a folder on a disk with more room, then start the build "
+                                "again."),
+                     {QDir::toNativeSeparators(QDir::tempPath())}),
+        QStringLiteral("OutOfSpace"));
+}
+
+bool isOutOfSpace(const std::exception_ptr& error)
+{
+    return describe(error) == ExportError::outOfSpace().description();
+}
+
+// The folders where a build makes files beside its output.
+QStringList foldersBesideOutput(const QString& outputPath)
+{
+    const QFileInfo info(outputPath);
+    QStringList folders{info.absolutePath()};
+    if (info.isDir())
+        folders << info.absoluteFilePath();
+    return folders;
 }
 
 } // namespace
@@ -346,6 +378,28 @@ void DefaultExportService::drive(Job& job)
     log(QStringLiteral("Output file: ") + request.outputPath);
     log(QStringLiteral("Sleep prevention: ") + (inhibitor.isHeld() ? QStringLiteral("held") : QStringLiteral("not available")));
 
+    // One build at a time per output: a second one is refused before it
+    // touches anything, and must not run the clean-up (the file at the
+    // output belongs to the build that holds the lock).
+    OutputLock outputLock;
+    try {
+        outputLock = OutputLock::acquire(request.outputPath);
+    } catch (const ExportError& e) {
+        log(QStringLiteral("EXPORT ERROR (ExportError): ") + e.caseName());
+        log(QStringLiteral("Error description: ") + e.description());
+        log(QStringLiteral("========== EXPORT REFUSED =========="));
+        log(QStringLiteral("Build log: ") + logFile);
+        Log::setFile({});
+        deliver(job, ExportResult::failure(e));
+        return;
+    }
+    // What earlier builds that were killed left behind: work folders, write
+    // probes and incoming copies whose owners are gone.
+    WorkDirectory::sweepAbandoned();
+    OutputLock::sweepAbandoned();
+    for (const QString& folder : foldersBesideOutput(request.outputPath))
+        OutputPlacement::sweepAbandoned(folder);
+
     // 3. Whether the output stood there before: a failed build never removes such a file.
     const bool destinationPreExisted = QFileInfo::exists(request.outputPath);
     log(QStringLiteral("destinationPreExisted=") + boolText(destinationPreExisted));
@@ -573,6 +627,15 @@ void DefaultExportService::drive(Job& job)
             log(QStringLiteral("CANCELLED during post-processing"));
             finishFailed(ExportResult::failure(ExportError::cancelled()),
                          QStringLiteral("========== EXPORT CANCELLED =========="));
+            return;
+        }
+        if (isOutOfSpace(error)) {
+            // The strategies write only into the work folder until the book is
+            // put in place (whose own full-disk message names the destination).
+            const ExportError full = temporaryFolderFull();
+            log(QStringLiteral("EXPORT ERROR (ExportError): out of space in the temporary folder ") + QDir::tempPath());
+            log(QStringLiteral("Error description: ") + full.description());
+            finishFailed(ExportResult::failure(full), QStringLiteral("========== EXPORT FAILED =========="));
             return;
         }
         try {

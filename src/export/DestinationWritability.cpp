@@ -1,12 +1,16 @@
 #include "export/DestinationWritability.h"
 
 #include "export/ExportError.h"
+#include "platform/FileLock.h"
+#include "platform/L10n.h"
 #include "platform/Log.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QUuid>
+
+#include <cerrno>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,19 +19,22 @@ namespace folivox {
 
 namespace {
 
-// Creates and removes a probe file; true when both worked.
+// Creates and removes a probe file; true when both worked. The probe is
+// locked while it exists, so one left by a process killed in between is
+// known for debris (OutputPlacement::sweepAbandoned).
 bool folderAcceptsNewFiles(const QString& folder)
 {
     if (folder.isEmpty() || !QFileInfo(folder).isDir())
         return false;
     const QString probe = QDir(folder).filePath(QString::fromLatin1(DestinationWritability::probePrefix)
                                                 + QUuid::createUuid().toString(QUuid::WithoutBraces));
-    const QByteArray native = QFile::encodeName(probe);
-    const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd < 0)
+    FileLock lock = FileLock::tryAcquire(probe, FileLock::Open::createNew);
+    if (!lock.isHeld())
         return false;
-    ::close(fd);
-    return ::unlink(native.constData()) == 0;
+    // ENOENT: a sweep took it in the instant before the lock; it was made all the same.
+    const bool removed = ::unlink(QFile::encodeName(probe).constData()) == 0 || errno == ENOENT;
+    lock.release();
+    return removed;
 }
 
 // Opens an existing file for writing without changing it.
@@ -86,6 +93,18 @@ DestinationWritability::Result DestinationWritability::require(const QString& ou
     Log::write(QStringLiteral("[Export] Destination writability: ") + describe(result));
     if (result == Result::refused)
         throw ExportError::destinationNotWritable(refusedFolderName(outputPath, outputIsDirectory));
+    if (result == Result::fileOnly) {
+        // The only way left would be to write the new book over the old file
+        // in place, and a crash or cancel midway would destroy both.
+        Log::write(QStringLiteral("[Export] refusing to write over '%1' in place — its folder takes no new files")
+                       .arg(QFileInfo(outputPath).fileName()));
+        throw ExportError::validationFailed(L10n::format(
+            L10n::text("export.error.destination.fileOnly",
+                       "Folivox can't create new files in “%@”, so it can't replace “%@” safely: writing the new book "
+                       "over the old file in place would destroy it if the build stopped midway. Make the folder "
+                       "writable, or choose another destination, then start the build."),
+            {refusedFolderName(outputPath, false), QFileInfo(outputPath).fileName()}));
+    }
     return result;
 }
 

@@ -6,10 +6,11 @@ namespace folivox {
 
 // Whether a build may write its output, checked before any audio work: a
 // file named ".folivox-write-probe-<UUID>" is created and removed in the
-// output's folder. Where the folder refuses, an output file that already
-// exists may still be writable in place (a grant that covers the file but not
-// its folder); then the build may replace the file's contents but make no new
-// file beside it.
+// output's folder (locked while it exists). Where the folder refuses, an
+// output file that already exists may still be writable in place (a grant
+// that covers the file but not its folder). A build never uses such a grant:
+// writing over the user's file in place would leave it destroyed if the build
+// stopped midway, so require() refuses it with a message that says why.
 class DestinationWritability {
 public:
     enum class Result { folder, fileOnly, refused };
@@ -27,7 +28,9 @@ public:
     static QString refusedFolderName(const QString& outputPath, bool outputIsDirectory);
 
     // Runs check(), logs the result and throws
-    // ExportError::destinationNotWritable when both ways are refused.
+    // ExportError::destinationNotWritable when both ways are refused, and
+    // ExportError::validationFailed (naming the folder and the file) when
+    // only the file could be written.
     static Result require(const QString& outputPath, bool outputIsDirectory);
 
     static constexpr const char* probePrefix = ".folivox-write-probe-";

@@ -101,8 +101,8 @@ struct ExportContext {
     // Called once, by the strategy, with the outcome of a successful build.
     std::function<void(const ExportOutcome&)> completion;
 
-    // How the destination may be written (the driver's write probe): with
-    // `fileOnly` no new file may be made beside the output.
+    // How the destination may be written (the driver's write probe). A build
+    // only starts with `folder`: the other results are refused.
     DestinationWritability::Result destinationAccess = DestinationWritability::Result::folder;
     // Reads the format of a source the tracks do not describe.
     FormatProbeFunction formatProbe;

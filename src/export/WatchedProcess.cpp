@@ -8,7 +8,13 @@
 #include <QProcess>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
+
+#include <unistd.h>
+#if defined(__linux__)
+#include <sys/prctl.h>
+#endif
 
 namespace folivox {
 
@@ -33,6 +39,21 @@ WatchedProcess::WatchedProcess(QString tool, QStringList arguments, StandardOutp
     if (standardOutput == StandardOutput::discard)
         process_->setStandardOutputFile(QProcess::nullDevice());
     process_->setProcessChannelMode(QProcess::SeparateChannels);
+#if defined(__linux__)
+    // The child dies with Folivox, however Folivox ends (kill -9 included).
+    // The kernel sends the signal when the thread that started the child
+    // ends; that thread is the one that drives this object, and it stays in
+    // waitForFinished() or the destructor until the child has ended, so the
+    // signal can only come from Folivox's death. If Folivox died between the
+    // fork and the prctl, the child has already been handed to another
+    // parent and leaves at once.
+    const pid_t parent = ::getpid();
+    process_->setChildProcessModifier([parent] {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (::getppid() != parent)
+            ::_exit(127);
+    });
+#endif
     entry_ = ChildProcessReaper::instance().enter(tool_);
 }
 

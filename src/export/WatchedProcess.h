@@ -16,7 +16,9 @@ namespace folivox {
 // One child process, launched the way every tool run in Folivox is: argument
 // vector (never a shell), standard input from the null device, standard error
 // on a pipe, standard output on a pipe or the null device, and an entry in the
-// ChildProcessReaper for exactly as long as the child lives.
+// ChildProcessReaper for exactly as long as the child lives. On Linux the
+// child is also bound to Folivox's life by the kernel (PR_SET_PDEATHSIG): a
+// Folivox killed outright takes its children with it.
 //
 // Not thread-safe: the thread that made it drives it (the QProcess underneath
 // belongs to that thread and needs no event loop).

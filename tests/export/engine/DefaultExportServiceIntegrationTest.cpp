@@ -7,8 +7,11 @@
 #include "export/FFmpegAudioEncoder.h"
 #include "export/FFmpegWrapper.h"
 #include "export/ManualCancellationToken.h"
+#include "export/OutputLock.h"
 #include "export/engine/EngineTestSupport.h"
+#include "platform/FileLock.h"
 #include "platform/Log.h"
+#include "platform/WorkDirectory.h"
 #include "support/ChildProcessCheck.h"
 #include "support/Fixtures.h"
 
@@ -411,8 +414,10 @@ TEST_F(EngineBuild, AnUnwritableDestinationFailsBeforeAnyAudioWorkNamingTheFolde
     EXPECT_FALSE(log.contains(QStringLiteral("[FFmpeg] Binary:")));
 }
 
-TEST_F(EngineBuild, AFolderThatOnlyLetsTheFileBeWrittenStillGetsTheBook)
+TEST_F(EngineBuild, AFolderThatTakesNoNewFilesIsRefusedBeforeAudioWorkAndTheOldBookIsKept)
 {
+    // The old file could be written in place, but a build stopped midway would
+    // leave it destroyed: the build refuses and says why.
     const Track source = test::mp3Tone(path(QStringLiteral("src/a.mp3")), 1.5);
     const QString folder = path(QStringLiteral("Granted"));
     const QString output = QDir(folder).filePath(QStringLiteral("Book.m4b"));
@@ -420,15 +425,129 @@ TEST_F(EngineBuild, AFolderThatOnlyLetsTheFileBeWrittenStillGetsTheBook)
     if (!test::makeFolderRefuseNewEntries(folder))
         GTEST_SKIP() << "cannot make a folder refuse new files here";
     DefaultExportService service(dependencies());
+    int made = 0;
+    service.setStrategyFactory([&made](ExportDecision::Strategy, bool) {
+        ++made;
+        return std::unique_ptr<ExportStrategy>();
+    });
     LogCapture log;
     const Build b = run(service, request({source}, output));
     const QStringList entries = QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     test::allowNewEntries(folder);
 
-    ASSERT_TRUE(b.result.succeeded()) << errorText(b).toStdString();
-    EXPECT_TRUE(log.contains(QStringLiteral("Destination writability: file only (grant covers the output path, NOT its folder)")));
+    ASSERT_FALSE(b.result.succeeded());
+    EXPECT_FALSE(b.result.cancelled());
+    EXPECT_EQ(errorText(b), QStringLiteral("Folivox can't create new files in “Granted”, so it can't replace “Book.m4b” "
+                                           "safely: writing the new book over the old file in place would destroy it "
+                                           "if the build stopped midway. Make the folder writable, or choose another "
+                                           "destination, then start the build."));
+    EXPECT_TRUE(log.contains(QStringLiteral("Destination writability: file only")));
+    EXPECT_EQ(made, 0);
+    EXPECT_FALSE(log.contains(QStringLiteral("[FFmpeg] Binary:")));
     EXPECT_EQ(entries, QStringList{QStringLiteral("Book.m4b")});
-    EXPECT_NEAR(Fixtures::decodedDuration(output), source.duration, 0.05);
+    EXPECT_EQ(Fixtures::readFile(output), QByteArray("an older build"));
+}
+
+namespace {
+// A strategy whose run fails the way a full temporary disk makes it fail.
+class DiskFullStrategy : public ExportStrategy {
+public:
+    ExportDecision::Strategy kind() const override { return ExportDecision::Strategy::transcode; }
+    void run(ExportContext&) override { throw ExportError::outOfSpace(); }
+};
+} // namespace
+
+TEST_F(EngineBuild, AFullTemporaryDiskIsReportedWithTheTemporaryFolderAndWhatToDo)
+{
+    const Track source = test::mp3Tone(path(QStringLiteral("src/a.mp3")), 1.0);
+    DefaultExportService service(dependencies());
+    service.setStrategyFactory([](ExportDecision::Strategy, bool) { return std::make_unique<DiskFullStrategy>(); });
+    const Build b = run(service, request({source}, path(QStringLiteral("Book.m4b"))));
+    ASSERT_FALSE(b.result.succeeded());
+    const QString text = errorText(b);
+    EXPECT_TRUE(text.contains(QStringLiteral("“") + QDir::tempPath() + QStringLiteral("”"))) << text.toStdString();
+    EXPECT_TRUE(text.contains(QStringLiteral("ran out of space")));
+    EXPECT_TRUE(text.contains(QStringLiteral("set TMPDIR to a folder on a disk with more room")));
+    EXPECT_FALSE(QFileInfo::exists(path(QStringLiteral("Book.m4b"))));
+}
+
+TEST_F(EngineBuild, ABuildToAnOutputAnotherBuildHoldsIsRefusedAtOnceAndTouchesNothing)
+{
+    const Track source = test::mp3Tone(path(QStringLiteral("src/a.mp3")), 1.0);
+    const QString output = path(QStringLiteral("Book.m4b"));
+    DefaultExportService service(dependencies());
+    int made = 0;
+    service.setStrategyFactory([&made](ExportDecision::Strategy, bool) {
+        ++made;
+        return std::unique_ptr<ExportStrategy>();
+    });
+    {
+        // The other build, spelling the same output another way.
+        OutputLock other = OutputLock::acquire(path(QStringLiteral("src/../Book.m4b")));
+        ASSERT_TRUE(other.isHeld());
+        // What it has written so far: the refused build must not clean it up.
+        ASSERT_TRUE(Fixtures::writeFile(output, "the other build's book"));
+        LogCapture log;
+        const Build refused = run(service, request({source}, output));
+        ASSERT_FALSE(refused.result.succeeded());
+        EXPECT_FALSE(refused.result.cancelled());
+        EXPECT_EQ(errorText(refused),
+                  QStringLiteral("Another Folivox build (process %1) is already writing “%2”. Wait for it to finish, "
+                                 "or choose another output.")
+                      .arg(::getpid())
+                      .arg(QFileInfo(output).canonicalFilePath()));
+        EXPECT_EQ(made, 0);
+        EXPECT_FALSE(log.contains(QStringLiteral("Destination writability")));
+        EXPECT_EQ(Fixtures::readFile(output), QByteArray("the other build's book"));
+        ASSERT_TRUE(QFile::remove(output));
+    }
+    // Once the other build is over, the output is free again and its lock file gone.
+    EXPECT_FALSE(QFileInfo::exists(OutputLock::lockFileFor(output)));
+    DefaultExportService real(dependencies());
+    const Build b = run(real, request({source}, output));
+    ASSERT_TRUE(b.result.succeeded()) << errorText(b).toStdString();
+    EXPECT_FALSE(QFileInfo::exists(OutputLock::lockFileFor(output)));
+}
+
+TEST_F(EngineBuild, WhatAKilledBuildLeftIsSweptByTheNextAndLiveWorkIsKept)
+{
+    const Track source = test::mp3Tone(path(QStringLiteral("src/a.mp3")), 1.0);
+    const QString output = path(QStringLiteral("Shelf/Book.m4b"));
+    QDir().mkpath(path(QStringLiteral("Shelf")));
+    // A killed build's leftovers: a work folder and its lock file that nobody
+    // holds, a work folder from a build that took no lock, a write probe and
+    // an incoming copy beside the output.
+    const QString root = AppPaths::workRoot();
+    const QString deadWork = root + QStringLiteral("/0D0D0D0D-0000-4000-8000-00000000DEAD");
+    ASSERT_TRUE(Fixtures::writeFile(deadWork + QStringLiteral("/seg_000.m4a"), "partial audio"));
+    ASSERT_TRUE(Fixtures::writeFile(deadWork + QStringLiteral(".lock"), ""));
+    const QString lockless = root + QStringLiteral("/0D0D0D0D-0000-4000-8000-00000000BEEF");
+    ASSERT_TRUE(Fixtures::writeFile(lockless + QStringLiteral("/x.flac"), "partial"));
+    const QString probe = path(QStringLiteral("Shelf/.folivox-write-probe-1b5e7c0e-0000-4000-8000-000000000001"));
+    const QString incoming = path(QStringLiteral("Shelf/.folivox-incoming-1b5e7c0e-0000-4000-8000-000000000002"));
+    ASSERT_TRUE(Fixtures::writeFile(probe, ""));
+    ASSERT_TRUE(Fixtures::writeFile(incoming, "half a book"));
+    // Work of a build that is still running, and its probe.
+    WorkDirectory live;
+    ASSERT_TRUE(Fixtures::writeFile(live.filePath(QStringLiteral("seg.m4a")), "live"));
+    const QString liveProbe = path(QStringLiteral("Shelf/.folivox-write-probe-1b5e7c0e-0000-4000-8000-000000000003"));
+    FileLock liveProbeLock = FileLock::tryAcquire(liveProbe, FileLock::Open::createNew);
+    ASSERT_TRUE(liveProbeLock.isHeld());
+
+    DefaultExportService service(dependencies());
+    const Build b = run(service, request({source}, output));
+    ASSERT_TRUE(b.result.succeeded()) << errorText(b).toStdString();
+
+    EXPECT_FALSE(QFileInfo::exists(deadWork));
+    EXPECT_FALSE(QFileInfo::exists(deadWork + QStringLiteral(".lock")));
+    EXPECT_FALSE(QFileInfo::exists(lockless));
+    EXPECT_FALSE(QFileInfo::exists(probe));
+    EXPECT_FALSE(QFileInfo::exists(incoming));
+    EXPECT_TRUE(QFileInfo::exists(live.filePath(QStringLiteral("seg.m4a"))));
+    EXPECT_TRUE(QFileInfo::exists(liveProbe));
+    liveProbeLock.removeAndRelease();
+    EXPECT_EQ(QDir(path(QStringLiteral("Shelf"))).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{QStringLiteral("Book.m4b")});
 }
 
 TEST_F(EngineBuild, ACorruptSourceOnACopyPathIsRetriedOnceByEncoding)

@@ -246,6 +246,15 @@ TEST(DestinationWritabilityTest, FolderFileOnlyAndRefused)
         GTEST_SKIP() << "cannot make a folder refuse new files here";
     EXPECT_EQ(DestinationWritability::check(book, false), DestinationWritability::Result::fileOnly);
     EXPECT_EQ(test::Fixtures::readFile(book), QByteArray("old")); // the check changed nothing
+    // A build never takes the file-only way: it would write over the old book in place.
+    try {
+        DestinationWritability::require(book, false);
+        ADD_FAILURE() << "a folder that takes no new files must be refused";
+    } catch (const ExportError& e) {
+        EXPECT_EQ(e.kind(), ExportError::Kind::validationFailed);
+        EXPECT_TRUE(e.description().startsWith(QStringLiteral("Folivox can't create new files in “Books”, so it can't "
+                                                               "replace “out.m4b” safely")));
+    }
     const QString other = dir.filePath(QStringLiteral("Books/new.m4b"));
     EXPECT_EQ(DestinationWritability::check(other, false), DestinationWritability::Result::refused);
     LogCapture log;
