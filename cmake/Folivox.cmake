@@ -5,6 +5,15 @@
 # INTERFACE target so that dependants still configure.
 function(folivox_library name)
   cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+  # Dependencies point one way: every Folivox library a folder uses must be
+  # defined already (src/CMakeLists.txt adds folders bottom first). A
+  # dependency on a folder further up is a cycle in the making.
+  foreach(dep ${ARG_DEPS})
+    if(dep MATCHES "^folivox_" AND NOT TARGET ${dep})
+      message(FATAL_ERROR "folivox_${name} depends on ${dep}, which is not below it in src/CMakeLists.txt: "
+                          "dependencies between folders must point one way")
+    endif()
+  endforeach()
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   file(GLOB_RECURSE headers CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
   set(target folivox_${name})

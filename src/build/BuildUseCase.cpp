@@ -10,6 +10,7 @@
 #include "export/DefaultMetadataWritingService.h"
 #include "export/ExportDecisionPreview.h"
 #include "export/ExportSettingsValidator.h"
+#include "export/OutputLock.h"
 #include "export/FFmpegWrapper.h"
 #include "export/UserFacingError.h"
 #include "import/FileRepairService.h"
@@ -138,6 +139,18 @@ Chapters chaptersFromDiscovery(const std::vector<Track>& tracks, std::vector<Boo
     return chapters;
 }
 
+// A build already writing this output is found before the import: the
+// lock is tried and let go at once (the export takes it for good), so that
+// a second build is refused in a moment rather than after its import.
+void refuseIfAnotherBuildWrites(const QString& output)
+{
+    try {
+        OutputLock::acquire(output);
+    } catch (const Error& e) {
+        throw BuildFailure::failed(e.description(), output);
+    }
+}
+
 // The settings with their bitrate held down to the sources' own: the step
 // at or above the highest source bitrate, when that is below the setting.
 ExportSettings cappedToSource(const ExportSettings& settings, const std::vector<Track>& tracks,
@@ -202,6 +215,7 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
         const QString early = BuildOutputPlanner::plan(request.output, QStringLiteral("Audiobook"), format);
         BuildOutputPlanner::check(early, format);
         BuildOutputPlanner::checkReplace(early, format, request.replaceExisting);
+        refuseIfAnotherBuildWrites(early);
     }
 
     const QByteArray givenCover = request.coverPath ? readCover(*request.coverPath) : QByteArray();
