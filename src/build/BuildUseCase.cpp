@@ -3,6 +3,7 @@
 #include "import/BookTagMerger.h"
 #include "build/BuildFailure.h"
 #include "build/BuildOutputPlanner.h"
+#include "build/OwnOutputFilter.h"
 #include "build/SourceDamage.h"
 #include "build/SourceCover.h"
 #include "export/DefaultExportService.h"
@@ -221,7 +222,12 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
     const QByteArray givenCover = request.coverPath ? readCover(*request.coverPath) : QByteArray();
     if (request.book)
         return prepareImported(*request.book, request, givenCover);
-    const QList<QUrl> inputs = inputURLs(request.inputs);
+    // A folder built into itself again: its earlier outputs are not inputs.
+    const std::optional<QString> knownOutput =
+        request.output ? std::optional(BuildOutputPlanner::plan(request.output, QStringLiteral("Audiobook"), format))
+                       : std::nullopt;
+    const OwnOutputFilter::Filtered filtered = OwnOutputFilter::apply(inputURLs(request.inputs), knownOutput);
+    const QList<QUrl>& inputs = filtered.inputs;
 
     // Import.
     ImportCoordinator coordinator;
@@ -242,6 +248,14 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
 
     Prepared prepared;
     prepared.skippedFiles = unreadableInputs(imported);
+    if (!filtered.leftOut.isEmpty()) {
+        QString line = L10n::text("build.input.ownOutputs", "Left out, as earlier outputs of this build:");
+        for (const QString& p : filtered.leftOut)
+            line += QStringLiteral("\n  ") + p;
+        prepared.warnings << line;
+        if (sinks.note)
+            sinks.note(line);
+    }
     prepared.tracks = coordinator.bookTracks();
     const std::vector<Track>& tracks = prepared.tracks;
     const auto note = [&prepared, &sinks](const QString& line) {

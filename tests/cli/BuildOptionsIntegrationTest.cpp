@@ -216,3 +216,20 @@ TEST_F(BuildOptions, LowBitrateAacLcIsCopiedUnderForce)
     EXPECT_TRUE(r.json().value(QStringLiteral("strategy")).toString().startsWith(QStringLiteral("passthrough"))) << r.out.toStdString();
     EXPECT_EQ(Fixtures::decodedMd5(path(QStringLiteral("copy.m4b"))), Fixtures::decodedMd5(source));
 }
+
+// Building a folder into itself twice: the first book is not an input of
+// the second.
+TEST_F(BuildOptions, AFolderBuiltIntoItselfAgainLeavesItsEarlierBookOut)
+{
+    const QString in = path(QStringLiteral("in"));
+    const CommandRun first = CommandRunner::run({QStringLiteral("build"), in, QStringLiteral("-q")}, in);
+    ASSERT_EQ(first.exitCode, 0) << first.errText().toStdString();
+    ASSERT_TRUE(QFileInfo::exists(path(QStringLiteral("in/in.m4b"))));
+    const CommandRun again = CommandRunner::run({QStringLiteral("build"), in, QStringLiteral("-q"), QStringLiteral("-f"),
+                                                 QStringLiteral("--json")},
+                                                in);
+    ASSERT_EQ(again.exitCode, 0) << again.errText().toStdString();
+    EXPECT_EQ(again.json().value(QStringLiteral("tracks")).toInt(), 2);
+    EXPECT_TRUE(again.errText().contains(QStringLiteral("in.m4b"))) << again.errText().toStdString();
+    EXPECT_NEAR(Fixtures::decodedDuration(path(QStringLiteral("in/in.m4b"))), 4.0, 0.15);
+}
