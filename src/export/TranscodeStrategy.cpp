@@ -1,7 +1,11 @@
 #include "export/TranscodeStrategy.h"
 
 #include "export/ConcurrencyPlan.h"
+#include "export/GaplessSliceEncoder.h"
+#include "export/MP4GaplessTrim.h"
+#include "export/SlicePlanner.h"
 #include "export/ExportDecisionService.h"
+#include "export/FFmpegEncoderError.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
@@ -11,6 +15,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace folivox {
@@ -82,6 +87,10 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeBook(const ExportContext
         planOptions.mayCopy = [spec, settings](const SegmentPiece& piece) { return maySegmentCopy(piece, spec, settings); };
     }
     const SegmentPlan plan = SegmentPlanner::plan(chapters, facts, planOptions);
+    const bool allCopied = !plan.segments.empty()
+        && std::all_of(plan.segments.begin(), plan.segments.end(), [](const PlannedSegment& s) { return s.copy; });
+    if (!allCopied)
+        return encodeGapless(context, chapters, planChapters, facts, spec, workDir, output, progress, clock);
     QSet<QString> inputs;
     for (const PlannedSegment& s : plan.segments) {
         for (const SegmentPiece& p : s.pieces)
@@ -161,6 +170,157 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeBook(const ExportContext
         chapter.start = offsets[c];
         const double end = c + 1 < offsets.size() ? offsets[c + 1] : book.duration;
         chapter.duration = std::max(0.0, end - chapter.start);
+        chapter.planChapter = c < planChapters.size() ? planChapters[c] : static_cast<int>(c);
+        spans << fixed(chapter.duration, 3);
+        book.chapters.push_back(chapter);
+    }
+    Log::write(QStringLiteral("[ExportPerf] segmentDurations n=%1 [%2]").arg(spans.size()).arg(spans.join(u',')));
+    return book;
+}
+
+TranscodeStrategy::Timeline TranscodeStrategy::buildTimeline(const SegmentPlan& chapterPlan, const QStringList& sources,
+                                                             const std::vector<std::int64_t>& decodedSamples,
+                                                             int sampleRate)
+{
+    Timeline timeline;
+    for (const std::vector<int>& segmentsOfChapter : chapterPlan.chapterSegments) {
+        timeline.chapterStarts.push_back(timeline.total);
+        std::int64_t length = 0;
+        for (int index : segmentsOfChapter) {
+            for (const SegmentPiece& piece : chapterPlan.segments[std::size_t(index)].pieces) {
+                const int source = static_cast<int>(sources.indexOf(piece.path));
+                const std::int64_t available = decodedSamples[std::size_t(source)];
+                std::int64_t from = 0;
+                std::int64_t to = available;
+                if (!piece.fullTrack) {
+                    from = std::clamp<std::int64_t>(std::llround(piece.start * sampleRate), 0, available);
+                    const double end = piece.start + piece.length;
+                    const bool toEnd = piece.facts.duration > 0 && end >= piece.facts.duration - 0.05;
+                    to = toEnd ? available : std::clamp<std::int64_t>(std::llround(end * sampleRate), from, available);
+                }
+                if (to > from) {
+                    timeline.stretches.push_back({source, from, to - from});
+                    length += to - from;
+                }
+            }
+        }
+        timeline.chapterLengths.push_back(length);
+        timeline.total += length;
+    }
+    return timeline;
+}
+
+TranscodeStrategy::EncodedBook TranscodeStrategy::encodeGapless(const ExportContext& context,
+                                                                const std::vector<ChapterInput>& chapters,
+                                                                const std::vector<int>& planChapters,
+                                                                const QHash<QString, SourceFacts>& facts,
+                                                                const FFmpegAudioEncoder::OutputSpec& spec,
+                                                                const QString& workDir, const QString& output,
+                                                                const PhaseProgress& progress, const QElapsedTimer& clock)
+{
+    // One segment per chapter: its stretches of its files, in order.
+    SegmentPlanner::Options chapterOptions;
+    chapterOptions.allowGroups = false;
+    chapterOptions.probe = context.formatProbe;
+    const SegmentPlan chapterPlan = SegmentPlanner::plan(chapters, facts, chapterOptions);
+    QStringList sources;
+    std::vector<QString> codecs;
+    for (const PlannedSegment& s : chapterPlan.segments) {
+        for (const SegmentPiece& p : s.pieces) {
+            if (!sources.contains(p.path)) {
+                sources << p.path;
+                codecs.push_back(p.facts.codec.value_or(QString()));
+            }
+        }
+    }
+    Log::write(QStringLiteral("[Transcode] Prepared: %1 input URLs, selectionSeconds=%2")
+                   .arg(sources.size())
+                   .arg(fixed(chapterPlan.totalDuration, 1)));
+    const int rate = spec.sampleRate.value_or(44100);
+    const int channels = spec.channels.value_or(2);
+    const ConcurrencyPlan machine = ConcurrencyPlan::forMachine(std::numeric_limits<int>::max(), context.parallelJobs);
+    const bool heAAC = spec.codec == AudioCodec::heAAC;
+    Log::write(QStringLiteral("[Transcode] Codec=%1 isHEAAC=%2 referenceDuration=%3")
+                   .arg(enumName(spec.codec), boolText(heAAC), fixed(chapterPlan.totalDuration, 2)));
+    Log::write(QStringLiteral("[Transcode] Effective: bitrate=%1kbps channels=%2 sampleRate=%3 concurrency=%4")
+                   .arg(spec.bitrateKbps)
+                   .arg(channels)
+                   .arg(rate)
+                   .arg(machine.jobs));
+    Log::write((heAAC ? QStringLiteral("[Transcode] Using HE-AAC segment encoding + mux; concurrency=")
+                      : QStringLiteral("[Transcode] Using AAC-LC segment encoding; concurrency="))
+               + QString::number(machine.jobs));
+
+    context.throwIfCancelled();
+    progress(ExportPhase::encoding, 0);
+    Log::write(QStringLiteral("[Transcode] ===== ENCODING PHASE START ====="));
+    QElapsedTimer phase;
+    phase.start();
+    const GaplessSliceEncoder gapless(encoder_);
+    // Decoding is about a tenth of the work of encoding.
+    constexpr double kDecodeShare = 0.1;
+    const ConcurrencyPlan decodeJobs =
+        ConcurrencyPlan::forMachine(static_cast<int>(sources.size()), context.parallelJobs);
+    const auto decoded = gapless.decodeSources(sources, codecs, rate, channels, workDir, decodeJobs,
+                                               context.cancelToken,
+                                               [&progress](double f) { progress(ExportPhase::encoding, kDecodeShare * f); });
+    std::vector<std::int64_t> decodedSamples;
+    for (const auto& d : decoded)
+        decodedSamples.push_back(d.samples);
+    const Timeline timeline = buildTimeline(chapterPlan, sources, decodedSamples, rate);
+    if (timeline.total <= 0)
+        throw ExportError::validationFailed(QStringLiteral("Total duration is zero (no valid audio tracks)"));
+
+    const EncoderFraming framing = gapless.probeFraming(spec, workDir, context.token());
+    SlicePlanner::Options sliceOptions;
+    sliceOptions.jobs = machine.jobs;
+    const SlicePlan slices = SlicePlanner::plan(timeline.total, rate, framing, sliceOptions);
+    const ConcurrencyPlan concurrency =
+        ConcurrencyPlan::forMachine(static_cast<int>(slices.slices.size()), context.parallelJobs);
+
+    progress(ExportPhase::encoding, kDecodeShare);
+    auto encodeProgress = [&progress](double f) { progress(ExportPhase::encoding, kDecodeShare + (1 - kDecodeShare) * f); };
+    auto joinProgress = [&progress](double f) { progress(ExportPhase::merging, f); };
+    bool joining = false;
+    gapless.encodeAndJoin(slices, timeline.stretches, decoded, spec, workDir, output, concurrency, context.cancelToken,
+                          encodeProgress, [&](double f) {
+                              if (!joining) {
+                                  joining = true;
+                                  const double encodeSeconds = double(phase.elapsed()) / 1000.0;
+                                  Log::write(QStringLiteral("[Transcode] Encoded %1 segments in %2")
+                                                 .arg(slices.slices.size())
+                                                 .arg(fixed(encodeSeconds, 2)));
+                                  noteTiming(QStringLiteral("encode"), encodeSeconds);
+                                  phase.restart();
+                                  Log::write(heAAC ? QStringLiteral("[Transcode] ===== HE-AAC MUX PHASE START =====")
+                                                   : QStringLiteral("[Transcode] ===== MUX PHASE START ====="));
+                              }
+                              joinProgress(f);
+                          });
+    const double muxSeconds = double(phase.elapsed()) / 1000.0;
+    Log::write((heAAC ? QStringLiteral("[Transcode] HE-AAC mux completed in ") : QStringLiteral("[Transcode] Mux completed in "))
+               + fixed(muxSeconds, 2) + u's');
+    noteTiming(QStringLiteral("mux"), muxSeconds);
+
+    EncodedBook book;
+    book.file = output;
+    book.segmentCount = static_cast<int>(slices.slices.size());
+    const SegmentTiming outputTiming = FFmpegAudioEncoder::measure(output);
+    book.duration = outputTiming.presentedDuration;
+    Log::write(QStringLiteral("[Transcode] POST-MUX: AVAsset duration=") + fixed(book.duration, 3));
+    Log::write(QStringLiteral("[Transcode] Output file size: %1 wall=%2ms").arg(QFileInfo(output).size()).arg(clock.elapsed()));
+    // The presented length must be the plan's, to within one frame.
+    if (std::abs(book.duration - double(timeline.total) / rate) > double(framing.frameSize) / rate)
+        throw FFmpegEncoderError::executionFailed(QStringLiteral("The book lasts %1 s, the plan %2 s")
+                                                      .arg(fixed(book.duration, 3), fixed(double(timeline.total) / rate, 3)));
+
+    // Chapter marks are the sources' own times on the output's sample clock.
+    QStringList spans;
+    for (std::size_t c = 0; c < timeline.chapterStarts.size(); ++c) {
+        ExportedChapter chapter;
+        chapter.title = chapters[c].title;
+        chapter.start = double(timeline.chapterStarts[c]) / rate;
+        chapter.duration = double(timeline.chapterLengths[c]) / rate;
         chapter.planChapter = c < planChapters.size() ? planChapters[c] : static_cast<int>(c);
         spans << fixed(chapter.duration, 3);
         book.chapters.push_back(chapter);

@@ -2,12 +2,17 @@
 
 #include "export/BaseExportStrategy.h"
 #include "export/FFmpegAudioEncoder.h"
+#include "export/GaplessSliceEncoder.h"
+
+#include <QElapsedTimer>
 
 #include <functional>
 #include <memory>
 #include <vector>
 
 namespace folivox {
+
+using GaplessTimelineStretch = GaplessSliceEncoder::Stretch;
 
 // Encodes the book into one M4B: the chapters are cut into segments, the
 // segments are encoded in parallel, joined by stream copy, and the chapter
@@ -55,7 +60,26 @@ public:
 
     const std::shared_ptr<const FFmpegAudioEncoder>& encoder() const { return encoder_; }
 
+    // The book's timeline as stretches of decoded sources, in output
+    // samples: a whole file is all of its decoded audio, a stretch of a file
+    // its times at the output rate (a stretch that reaches the file's end
+    // within 50 ms runs to its decoded end). Also where each chapter starts
+    // on that timeline, and its length.
+    struct Timeline {
+        std::vector<GaplessTimelineStretch> stretches;
+        std::vector<std::int64_t> chapterStarts;
+        std::vector<std::int64_t> chapterLengths;
+        std::int64_t total = 0;
+    };
+    static Timeline buildTimeline(const SegmentPlan& chapterPlan, const QStringList& sources,
+                                  const std::vector<std::int64_t>& decodedSamples, int sampleRate);
+
 private:
+    EncodedBook encodeGapless(const ExportContext& context, const std::vector<ChapterInput>& chapters,
+                              const std::vector<int>& planChapters, const QHash<QString, SourceFacts>& facts,
+                              const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir,
+                              const QString& output, const PhaseProgress& progress, const QElapsedTimer& clock);
+
     std::shared_ptr<const FFmpegAudioEncoder> encoder_;
     Options options_;
 };
