@@ -16,6 +16,9 @@ enum class TrackSortMode {
     trackNumber,
     title,
     dateModified,
+    // As given: files in the order the user named them, each folder's files
+    // in name order.
+    given,
 };
 
 template<>
@@ -27,10 +30,11 @@ struct EnumNames<TrackSortMode> {
         std::pair{TrackSortMode::trackNumber, "trackNumber"},
         std::pair{TrackSortMode::title, "title"},
         std::pair{TrackSortMode::dateModified, "dateModified"},
+        std::pair{TrackSortMode::given, "given"},
     };
 };
 
-// "auto", "filename", "trackNumber", "title", "dateModified".
+// "auto", "filename", "trackNumber", "title", "dateModified", "given".
 QString toString(TrackSortMode mode);
 std::optional<TrackSortMode> trackSortModeFromString(const QString& text);
 

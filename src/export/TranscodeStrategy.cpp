@@ -1,5 +1,7 @@
 #include "export/TranscodeStrategy.h"
 
+#include <QStorageInfo>
+
 #include "export/ConcurrencyPlan.h"
 #include "export/GaplessSliceEncoder.h"
 #include "export/MP4GaplessTrim.h"
@@ -89,7 +91,7 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeBook(const ExportContext
     const SegmentPlan plan = SegmentPlanner::plan(chapters, facts, planOptions);
     const bool allCopied = !plan.segments.empty()
         && std::all_of(plan.segments.begin(), plan.segments.end(), [](const PlannedSegment& s) { return s.copy; });
-    if (!allCopied)
+    if (!allCopied && gaplessWorkFits(plan.totalDuration, spec, workDir))
         return encodeGapless(context, chapters, planChapters, facts, spec, workDir, output, progress, clock);
     QSet<QString> inputs;
     for (const PlannedSegment& s : plan.segments) {
@@ -208,6 +210,24 @@ TranscodeStrategy::Timeline TranscodeStrategy::buildTimeline(const SegmentPlan& 
         timeline.total += length;
     }
     return timeline;
+}
+
+bool TranscodeStrategy::gaplessWorkFits(double bookSeconds, const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir)
+{
+    // The gapless encode decodes the whole book to 16-bit PCM in the work
+    // folder first. Where that would take more than half of the free space
+    // (a long book on a small temporary disk), the book is encoded segment by
+    // segment instead: a gap at each join is better than a failed build.
+    const double bytes = bookSeconds * spec.sampleRate.value_or(48000) * spec.channels.value_or(2) * 2.0;
+    const QStorageInfo storage(workDir);
+    const double available = storage.isValid() ? double(storage.bytesAvailable()) : 0.0;
+    if (bytes <= available / 2.0)
+        return true;
+    Log::write(QStringLiteral("[Transcode] Gapless work files would need %1 MB of the %2 MB free in the work folder: "
+                              "encoding segment by segment")
+                   .arg(qint64(bytes / 1e6))
+                   .arg(qint64(available / 1e6)));
+    return false;
 }
 
 TranscodeStrategy::EncodedBook TranscodeStrategy::encodeGapless(const ExportContext& context,

@@ -75,6 +75,8 @@ public:
                                   const std::vector<std::int64_t>& decodedSamples, int sampleRate);
 
 private:
+    // Whether the gapless encode's work files fit in the work folder's disk.
+    static bool gaplessWorkFits(double bookSeconds, const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir);
     EncodedBook encodeGapless(const ExportContext& context, const std::vector<ChapterInput>& chapters,
                               const std::vector<int>& planChapters, const QHash<QString, SourceFacts>& facts,
                               const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir,

@@ -208,6 +208,8 @@ std::vector<Track> TrackOrdering::sorted(const std::vector<Track>& tracks, Track
             const int c = collator.compare(tracks[a].title, tracks[b].title);
             return c != 0 ? c : byKey(a, b);
         });
+    case TrackSortMode::given:
+        return tracks;
     case TrackSortMode::dateModified: {
         std::vector<qint64> times;
         times.reserve(tracks.size());

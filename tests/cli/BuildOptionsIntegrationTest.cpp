@@ -233,3 +233,18 @@ TEST_F(BuildOptions, AFolderBuiltIntoItselfAgainLeavesItsEarlierBookOut)
     EXPECT_TRUE(again.errText().contains(QStringLiteral("in.m4b"))) << again.errText().toStdString();
     EXPECT_NEAR(Fixtures::decodedDuration(path(QStringLiteral("in/in.m4b"))), 4.0, 0.15);
 }
+
+// --sort given keeps the files in the order they were named.
+TEST_F(BuildOptions, SortGivenKeepsTheOrderOfTheCommandLine)
+{
+    const CommandRun r = folivox({QStringLiteral("build"), path(QStringLiteral("in/2.mp3")), path(QStringLiteral("in/1.mp3")),
+                                  QStringLiteral("--sort"), QStringLiteral("given"), QStringLiteral("--dry-run"), QStringLiteral("--json"),
+                                  QStringLiteral("-o"), path(QStringLiteral("x.m4b"))});
+    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
+    const QJsonArray inputs = r.json().value(QStringLiteral("inputs")).toArray();
+    ASSERT_EQ(inputs.size(), 2);
+    EXPECT_TRUE(inputs[0].toString().endsWith(QStringLiteral("/2.mp3")));
+    const CommandRun sorted = folivox({QStringLiteral("build"), path(QStringLiteral("in/2.mp3")), path(QStringLiteral("in/1.mp3")),
+                                       QStringLiteral("--dry-run"), QStringLiteral("--json"), QStringLiteral("-o"), path(QStringLiteral("x.m4b"))});
+    EXPECT_TRUE(sorted.json().value(QStringLiteral("inputs")).toArray()[0].toString().endsWith(QStringLiteral("/1.mp3")));
+}
