@@ -1,6 +1,10 @@
 #include "inplace/DefaultInPlaceUpdateService.h"
 
 #include "container/FaultInjection.h"
+#include "container/FtypPatcher.h"
+#include "container/LanguageCodes.h"
+#include "container/MP4ChapterTrackLanguagePatcher.h"
+#include "container/MP4LanguageAtomWriter.h"
 #include "container/MP4File.h"
 #include "container/SafeFileReplace.h"
 #include "export/CoverImageProcessor.h"
@@ -207,17 +211,23 @@ void DefaultInPlaceUpdateService::writeMP4(const QString& working, const QString
                                    [](const MetadataItem& i) { return i.atom == QStringLiteral("©nam") || i.atom == QStringLiteral("©alb"); }),
                     items.end());
     }
+    // The tools edit the working copy where it lies (it is inside
+    // FolivoxWork). The container is finished below rather than by the
+    // writer: the book was laid out by its build, and a fresh relocation of
+    // `moov` would rewrite the whole file for nothing.
     DefaultMetadataWritingService::WriteOptions w;
-    w.editInPlace = true; // the working copy lies in FolivoxWork
-    w.finishContainer = true;
-    w.language = m.language;
-    w.freeformTags = MetadataItemBuilder::freeformTags(items);
-    w.markAsAudiobook = job.format == InPlaceSourceFormat::m4b;
+    w.editInPlace = true;
     DefaultMetadataWritingService writer(options_);
     const QByteArray cover = job.change.cover.value_or(QByteArray());
+    const bool hasTags = !items.isEmpty() || !cover.isEmpty();
 
     bool normalized = false;
+    bool chaptersDone = false;
     report(progress, "inplace.progress.writing.metadata", base);
+    const auto fallBack = [&](const QString& why) {
+        log(QStringLiteral("mp4 tools failed for '%1' (%2); falling back to the ffmpeg remux").arg(name, why));
+        normalized = true;
+    };
     try {
         if (job.change.removeCover) {
             const MP4ArtService art(options_.toolsDirectories);
@@ -227,16 +237,27 @@ void DefaultInPlaceUpdateService::writeMP4(const QString& working, const QString
         }
         if (!cover.isEmpty())
             report(progress, "inplace.progress.writing.cover", base + share * 0.3);
-        writer.writeMetadata(working, items, cover, token, w);
+        if (hasTags && !job.chapters.isEmpty()) {
+            report(progress, "inplace.progress.writing.chapters", base + share * 0.6);
+            writer.writeMetadataAndChapters(working, items, cover, job.chapters, token, w);
+            chaptersDone = true;
+        } else if (hasTags) {
+            writer.writeMetadata(working, items, cover, token, w);
+        }
+    } catch (const MetadataWritingError& e) {
+        if (e.kind() == MetadataWritingError::Kind::mp4chapsFailed)
+            throw InPlaceUpdateError::chaptersWriteFailed(e.description());
+        fallBack(e.description());
     } catch (const ExportError& e) {
         if (isCancellation(e))
             throw;
-        log(QStringLiteral("mp4 tools failed for '%1' (%2); falling back to the ffmpeg remux").arg(name, e.description()));
-        normalized = true;
+        fallBack(e.description());
+    } catch (const InPlaceUpdateError&) {
+        throw;
     } catch (const Error& e) {
-        log(QStringLiteral("mp4 tools failed for '%1' (%2); falling back to the ffmpeg remux").arg(name, e.description()));
-        normalized = true;
+        fallBack(e.description());
     }
+
     QString target = working;
     if (normalized) {
         // Start again from the untouched backup: the tools may have left
@@ -245,28 +266,43 @@ void DefaultInPlaceUpdateService::writeMP4(const QString& working, const QString
         InPlaceBackupStore::cloneOrCopy(job.backup, working);
         target = QDir(workDir).filePath(QStringLiteral("output.m4b"));
         writeM4BMetadataViaRemuxFallback(working, target, job, token);
+        QFile::remove(working);
+        chaptersDone = false;
     }
 
-    if (job.chapters.isEmpty())
-        return;
-    report(progress, "inplace.progress.writing.chapters", base + share * 0.6);
-    try {
-        DefaultMetadataWritingService::WriteOptions cw;
-        cw.editInPlace = true;
-        cw.finishContainer = true;
-        cw.language = m.language;
-        cw.markAsAudiobook = w.markAsAudiobook;
-        writer.writeChapters(target, job.chapters, token, cw);
-    } catch (const ExportError& e) {
-        if (isCancellation(e))
-            throw;
-        if (!normalized)
-            throw InPlaceUpdateError::chaptersWriteFailed(e.description());
-        log(QStringLiteral("Warning: chapters failed on normalized container: ") + e.description());
-    } catch (const Error& e) {
-        if (!normalized)
-            throw InPlaceUpdateError::chaptersWriteFailed(e.description());
-        log(QStringLiteral("Warning: chapters failed on normalized container: ") + e.description());
+    if (!job.chapters.isEmpty() && !chaptersDone) {
+        report(progress, "inplace.progress.writing.chapters", base + share * 0.6);
+        try {
+            writer.writeChapters(target, job.chapters, token, w);
+            chaptersDone = true;
+        } catch (const ExportError& e) {
+            if (isCancellation(e))
+                throw;
+            if (!normalized)
+                throw InPlaceUpdateError::chaptersWriteFailed(e.description());
+            log(QStringLiteral("Warning: chapters failed on normalized container: ") + e.description());
+        } catch (const Error& e) {
+            if (!normalized)
+                throw InPlaceUpdateError::chaptersWriteFailed(e.description());
+            log(QStringLiteral("Warning: chapters failed on normalized container: ") + e.description());
+        }
+    }
+
+    // The container patches of the build that a tag edit can undo.
+    if (chaptersDone)
+        MP4ChapterTrackLanguagePatcher::stampChapterTrackNonFatal(target, LanguageCodes::chapterTrackLanguage(m.language));
+    const QList<MP4LanguageAtomWriter::FreeformTag> freeform = MetadataItemBuilder::freeformTags(items);
+    const bool hasLanguage = m.language && !m.language->trimmed().isEmpty();
+    if (hasLanguage || !freeform.isEmpty()) {
+        const QString iso = hasLanguage ? LanguageCodes::toISO6392(m.language->trimmed()).value_or(QString()) : QString();
+        MP4LanguageAtomWriter::write(target, hasLanguage ? std::optional<QString>(m.language->trimmed()) : std::nullopt, iso, freeform);
+    }
+    if (job.format == InPlaceSourceFormat::m4b) {
+        try {
+            FtypPatcher::patch(target);
+        } catch (const Error& e) {
+            log(QStringLiteral("ftyp patch FAILED (non-fatal): ") + e.description());
+        }
     }
 }
 
