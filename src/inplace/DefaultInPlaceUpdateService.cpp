@@ -10,6 +10,7 @@
 #include "export/CoverImageProcessor.h"
 #include "export/ExportError.h"
 #include "export/FFmpegWrapper.h"
+#include "export/ManualCancellationToken.h"
 #include "export/MP4ArtService.h"
 #include "export/MetadataItemBuilder.h"
 #include "export/MetadataWritingError.h"
@@ -137,7 +138,8 @@ QString DefaultInPlaceUpdateService::updateMetadata(const BookMetadata& metadata
             job.change.placement.title.reset();
         if (f.artworkData && !f.artworkData->isEmpty() && !options.removeCover)
             job.change.cover = f.artworkData;
-        writeFile(job, token, progress, 0.2 + 0.75 * i / count, 0.75 / count);
+        // A cancel lets the current file finish: its write does not see the token.
+        writeFile(job, ManualCancellationToken(), progress, 0.2 + 0.75 * i / count, 0.75 / count);
     }
     if (base.cover && count > 0)
         updateExternalCover(mode.files.first().url, *base.cover, session);
