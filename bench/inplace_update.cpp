@@ -55,15 +55,17 @@ QString makeBook(const QString& dir)
                     QStringLiteral("2"), QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"),
                     QStringLiteral("320k"), seg}))
         return {};
+    // As many copies of the segment as make the book pass 1 GB.
+    const int copies = int(1050000000LL / std::max<qint64>(1, QFileInfo(seg).size())) + 1;
     QString list;
-    for (int i = 0; i < 21; ++i)
+    for (int i = 0; i < copies; ++i)
         list += QStringLiteral("file '%1'\n").arg(seg);
     QFile l(dir + QStringLiteral("/list.txt"));
     l.open(QIODevice::WriteOnly);
     l.write(list.toUtf8());
     l.close();
     QString meta = QStringLiteral(";FFMETADATA1\ntitle=Old Title\nartist=Author\n");
-    const qint64 total = 21LL * 1200 * 1000;
+    const qint64 total = qint64(copies) * 1200 * 1000;
     for (int i = 0; i < 100; ++i)
         meta += QStringLiteral("[CHAPTER]\nTIMEBASE=1/1000\nSTART=%1\nEND=%2\ntitle=Chapter %3\n")
                     .arg(total * i / 100)
