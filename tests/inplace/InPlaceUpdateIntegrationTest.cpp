@@ -417,6 +417,9 @@ TEST(InPlaceUpdate, AKillAtEveryWriteStepLeavesTheOldOrTheNewBookAndTheBackup)
         const pid_t pid = ::fork();
         ASSERT_GE(pid, 0);
         if (pid == 0) {
+            // A killed run leaves its work folder behind: keep it in the test's folder.
+            qputenv("TMPDIR", dir.filePath(QStringLiteral("tmp")).toUtf8());
+            QDir().mkpath(dir.filePath(QStringLiteral("tmp")));
             FaultInjection::Scope hook([&](const QString& reached) {
                 if (reached == point)
                     ::_exit(42);
