@@ -6,6 +6,7 @@
 #include "cli/LibraryCommand.h"
 #include "cli/ChaptersCommand.h"
 #include "cli/RenameCommand.h"
+#include "cli/UpdateCommand.h"
 
 namespace folivox::cli {
 
@@ -16,7 +17,7 @@ std::unique_ptr<CommandLine> makeFolivoxCommandLine()
     cl->add(std::make_unique<InspectCommand>());
     cl->add(std::make_unique<ChaptersCommand>());
     cl->add(std::make_unique<RenameCommand>());
-    cl->addPending(QStringLiteral("update"), QStringLiteral("rewrite a finished book's tags in place"));
+    cl->add(std::make_unique<UpdateCommand>());
     cl->add(std::make_unique<CheckCommand>());
     cl->addPending(QStringLiteral("queue"), QStringLiteral("persistent build queue"));
     cl->add(std::make_unique<LibraryCommand>());
