@@ -3,8 +3,11 @@
 #include "container/mp3/Mp3TestFiles.h"
 #include "support/Fixtures.h"
 
+#include "support/CommandRunner.h"
+
 #include <QCoreApplication>
 #include <QCryptographicHash>
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -16,32 +19,14 @@
 using folivox::test::Fixtures;
 using folivox::test::Mp3TestFiles;
 
+using folivox::test::CommandRun;
+using folivox::test::CommandRunner;
+
 namespace {
 
-struct CommandRun {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-    QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
-};
-
-CommandRun runFolivox(const QStringList& args)
+CommandRun runFolivoxHere(const QStringList& args)
 {
-    QProcess p;
-    p.setProgram(QCoreApplication::applicationDirPath() + QStringLiteral("/folivox"));
-    p.setArguments(args);
-    p.setStandardInputFile(QProcess::nullDevice());
-    p.start();
-    CommandRun r;
-    if (!p.waitForStarted(10000) || !p.waitForFinished(120000)) {
-        p.kill();
-        p.waitForFinished();
-        return r;
-    }
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.out = p.readAllStandardOutput();
-    r.err = p.readAllStandardError();
-    return r;
+    return CommandRunner::run(args, QDir::tempPath());
 }
 
 QByteArray md5(const QString& path)
@@ -89,7 +74,7 @@ TEST_F(CheckCommandIntegrationTest, VerdictsHolesAndExitStatus)
     ASSERT_TRUE(Fixtures::writeFile(path("book/01 clean.mp3"), clean_));
     ASSERT_TRUE(Fixtures::writeFile(path("book/02 damaged.mp3"), damaged()));
 
-    CommandRun r = runFolivox({"check", "--json", "-q", path("book")});
+    CommandRun r = runFolivoxHere({"check", "--json", "-q", path("book")});
     EXPECT_EQ(r.exitCode, 3) << r.err.toStdString();
     QJsonObject doc = r.json();
     QJsonArray files = doc["files"].toArray();
@@ -109,21 +94,21 @@ TEST_F(CheckCommandIntegrationTest, VerdictsHolesAndExitStatus)
     EXPECT_EQ(doc["summary"].toObject()["exitStatus"].toInt(), 3);
 
     // Text: a line per hole and the summary.
-    r = runFolivox({"check", "-q", path("book/02 damaged.mp3")});
+    r = runFolivoxHere({"check", "-q", path("book/02 damaged.mp3")});
     EXPECT_EQ(r.exitCode, 3);
     EXPECT_TRUE(r.out.contains(QStringLiteral("hole 1: byte %1, 40000 bytes, at 00:00:07.811").arg(frames_[300].offset).toUtf8()))
         << r.out.toStdString();
     EXPECT_TRUE(r.out.contains("1 file: 0 clean, 1 damaged, 0 could not be checked")) << r.out.toStdString();
 
     // All clean: 0. A file without frames or a missing one: 1, named.
-    EXPECT_EQ(runFolivox({"check", "-q", path("book/01 clean.mp3")}).exitCode, 0);
+    EXPECT_EQ(runFolivoxHere({"check", "-q", path("book/01 clean.mp3")}).exitCode, 0);
     ASSERT_TRUE(Fixtures::writeFile(path("tag-only.mp3"), clean_.left(frames_[0].offset)));
-    r = runFolivox({"check", "-q", path("book"), path("tag-only.mp3"), path("gone.mp3")});
+    r = runFolivoxHere({"check", "-q", path("book"), path("tag-only.mp3"), path("gone.mp3")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_TRUE(r.out.contains("tag-only.mp3: unknown")) << r.out.toStdString();
     EXPECT_TRUE(r.out.contains("gone.mp3: could not be checked")) << r.out.toStdString();
-    EXPECT_EQ(runFolivox({"check"}).exitCode, 2);
-    EXPECT_EQ(runFolivox({"check", "--bogus", path("book")}).exitCode, 2);
+    EXPECT_EQ(runFolivoxHere({"check"}).exitCode, 2);
+    EXPECT_EQ(runFolivoxHere({"check", "--bogus", path("book")}).exitCode, 2);
 }
 
 TEST_F(CheckCommandIntegrationTest, RepairCopiesTheValidFramesAndLeavesTheSourceAlone)
@@ -132,7 +117,7 @@ TEST_F(CheckCommandIntegrationTest, RepairCopiesTheValidFramesAndLeavesTheSource
     ASSERT_TRUE(Fixtures::writeFile(path("in/book.mp3"), bytes));
     const QByteArray before = md5(path("in/book.mp3"));
 
-    CommandRun r = runFolivox({"check", "--json", "-q", "--repair", path("out"), path("in/book.mp3")});
+    CommandRun r = runFolivoxHere({"check", "--json", "-q", "--repair", path("out"), path("in/book.mp3")});
     EXPECT_EQ(r.exitCode, 3) << r.err.toStdString();
     const QJsonObject repair = r.json()["files"].toArray()[0].toObject()["repair"].toObject();
     EXPECT_EQ(repair["method"].toString(), "frameCopy") << r.out.toStdString();
@@ -145,7 +130,7 @@ TEST_F(CheckCommandIntegrationTest, RepairCopiesTheValidFramesAndLeavesTheSource
     EXPECT_EQ(copy.right(128), bytes.right(128));
     EXPECT_EQ(audioFrames(copy), audioFrames(clean_));
     // Our own scan finds nothing; the Info frame tells the new length.
-    r = runFolivox({"check", "--json", "-q", path("out/book.mp3")});
+    r = runFolivoxHere({"check", "--json", "-q", path("out/book.mp3")});
     EXPECT_EQ(r.exitCode, 0);
     const QJsonObject again = r.json()["files"].toArray()[0].toObject();
     EXPECT_TRUE(again["holes"].toArray().isEmpty());
@@ -160,12 +145,12 @@ TEST_F(CheckCommandIntegrationTest, RepairCopiesTheValidFramesAndLeavesTheSource
     EXPECT_NEAR(Fixtures::decodedDuration(path("out/book.mp3")), Fixtures::decodedDuration(path("src/clean.mp3")), 1e-3);
 
     // An existing copy is replaced only with --force.
-    r = runFolivox({"check", "-q", "--repair", path("out"), path("in/book.mp3")});
+    r = runFolivoxHere({"check", "-q", "--repair", path("out"), path("in/book.mp3")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_TRUE(r.out.contains("exists (use --force")) << r.out.toStdString();
-    EXPECT_EQ(runFolivox({"check", "-q", "-f", "--repair", path("out"), path("in/book.mp3")}).exitCode, 3);
+    EXPECT_EQ(runFolivoxHere({"check", "-q", "-f", "--repair", path("out"), path("in/book.mp3")}).exitCode, 3);
     // Never onto the source itself.
-    r = runFolivox({"check", "-q", "-f", "--repair", path("in"), path("in/book.mp3")});
+    r = runFolivoxHere({"check", "-q", "-f", "--repair", path("in"), path("in/book.mp3")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(md5(path("in/book.mp3")), before);
 }
@@ -182,7 +167,7 @@ TEST_F(CheckCommandIntegrationTest, FramesThatDoNotDecodeAreReEncoded)
         }
     }
     ASSERT_TRUE(Fixtures::writeFile(path("noisy.mp3"), bytes));
-    const CommandRun r = runFolivox({"check", "--json", "-q", "--repair", path("fixed"), path("noisy.mp3")});
+    const CommandRun r = runFolivoxHere({"check", "--json", "-q", "--repair", path("fixed"), path("noisy.mp3")});
     EXPECT_EQ(r.exitCode, 3) << r.err.toStdString();
     const QJsonObject repair = r.json()["files"].toArray()[0].toObject()["repair"].toObject();
     EXPECT_EQ(repair["method"].toString(), "reencode") << r.out.toStdString();

@@ -1,6 +1,9 @@
 #include "AudioFixtures.h"
 
+#include "support/CommandRunner.h"
+
 #include <QCoreApplication>
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -12,32 +15,14 @@
 using folivox::test::AudioFixtures;
 using folivox::test::Fixtures;
 
+using folivox::test::CommandRun;
+using folivox::test::CommandRunner;
+
 namespace {
 
-struct CommandRun {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-// Runs the `folivox` command built beside this test program.
-CommandRun runFolivox(const QStringList& args)
+CommandRun runFolivoxHere(const QStringList& args)
 {
-    QProcess p;
-    p.setProgram(QCoreApplication::applicationDirPath() + QStringLiteral("/folivox"));
-    p.setArguments(args);
-    p.setStandardInputFile(QProcess::nullDevice());
-    p.start();
-    CommandRun r;
-    if (!p.waitForStarted(10000) || !p.waitForFinished(60000)) {
-        p.kill();
-        p.waitForFinished();
-        return r;
-    }
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.out = p.readAllStandardOutput();
-    r.err = p.readAllStandardError();
-    return r;
+    return CommandRunner::run(args, QDir::tempPath());
 }
 
 class InspectCommandIntegrationTest : public ::testing::Test {
@@ -65,7 +50,7 @@ QTemporaryDir* InspectCommandIntegrationTest::dir = nullptr;
 
 TEST_F(InspectCommandIntegrationTest, JsonListsFormatTagsChaptersAndCover)
 {
-    const CommandRun r = runFolivox({"inspect", "--json", path("book.m4b"), path("track.mp3")});
+    const CommandRun r = runFolivoxHere({"inspect", "--json", path("book.m4b"), path("track.mp3")});
     EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
     QJsonParseError error;
     const QJsonDocument doc = QJsonDocument::fromJson(r.out, &error);
@@ -104,7 +89,7 @@ TEST_F(InspectCommandIntegrationTest, JsonListsFormatTagsChaptersAndCover)
 
 TEST_F(InspectCommandIntegrationTest, UnreadableFilesAreListedAfterTheRestAndExitOne)
 {
-    CommandRun r = runFolivox({"inspect", "--json", path("notes.mp3"), path("track.mp3"), path("missing.mp3")});
+    CommandRun r = runFolivoxHere({"inspect", "--json", path("notes.mp3"), path("track.mp3"), path("missing.mp3")});
     EXPECT_EQ(r.exitCode, 1);
     const QJsonArray files = QJsonDocument::fromJson(r.out).object().value("files").toArray();
     ASSERT_EQ(files.size(), 3);
@@ -113,7 +98,7 @@ TEST_F(InspectCommandIntegrationTest, UnreadableFilesAreListedAfterTheRestAndExi
     EXPECT_TRUE(files[1].toObject().value("readable").toBool());
     EXPECT_EQ(files[2].toObject().value("reason").toString(), "other");
 
-    r = runFolivox({"inspect", path("notes.mp3"), path("track.mp3")});
+    r = runFolivoxHere({"inspect", path("notes.mp3"), path("track.mp3")});
     EXPECT_EQ(r.exitCode, 1);
     const QString out = QString::fromUtf8(r.out);
     EXPECT_TRUE(out.startsWith(path("track.mp3") + "\n")) << out.toStdString();
@@ -127,7 +112,7 @@ TEST_F(InspectCommandIntegrationTest, UnreadableFilesAreListedAfterTheRestAndExi
 
 TEST_F(InspectCommandIntegrationTest, TextShowsChaptersAndCover)
 {
-    const CommandRun r = runFolivox({"inspect", path("book.m4b")});
+    const CommandRun r = runFolivoxHere({"inspect", path("book.m4b")});
     EXPECT_EQ(r.exitCode, 0);
     const QString out = QString::fromUtf8(r.out);
     EXPECT_TRUE(out.contains("  Chapters:    2\n    1. 00:00:00.000  Opening\n    2. 00:00:02.000  Second\n"))
@@ -139,9 +124,9 @@ TEST_F(InspectCommandIntegrationTest, TextShowsChaptersAndCover)
 
 TEST_F(InspectCommandIntegrationTest, UsageErrors)
 {
-    EXPECT_EQ(runFolivox({"inspect"}).exitCode, 2);
-    EXPECT_EQ(runFolivox({"inspect", "--bogus", path("track.mp3")}).exitCode, 2);
-    const CommandRun help = runFolivox({"inspect", "--help"});
+    EXPECT_EQ(runFolivoxHere({"inspect"}).exitCode, 2);
+    EXPECT_EQ(runFolivoxHere({"inspect", "--bogus", path("track.mp3")}).exitCode, 2);
+    const CommandRun help = runFolivoxHere({"inspect", "--help"});
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_TRUE(help.out.startsWith("Usage: folivox inspect"));
 }

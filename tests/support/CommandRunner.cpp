@@ -1,6 +1,7 @@
 #include "support/CommandRunner.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QProcess>
@@ -36,6 +37,32 @@ CommandRun CommandRunner::run(const QStringList& args, const QString& workingDir
     r.out = p.readAllStandardOutput();
     r.err = p.readAllStandardError();
     return r;
+}
+
+QStringList CommandRunner::processesMentioning(const QString& text)
+{
+    QStringList found;
+    for (const QString& pid : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        bool numeric = false;
+        pid.toInt(&numeric);
+        if (!numeric)
+            continue;
+        QFile statFile(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!statFile.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray stat = statFile.readAll();
+        const qsizetype close = stat.lastIndexOf(')');
+        if (close < 0 || close + 2 >= stat.size() || stat.at(close + 2) == 'Z')
+            continue;
+        QFile cmdFile(QStringLiteral("/proc/%1/cmdline").arg(pid));
+        if (!cmdFile.open(QIODevice::ReadOnly))
+            continue;
+        QByteArray cmd = cmdFile.readAll();
+        cmd.replace('\0', ' ');
+        if (cmd.contains(text.toUtf8()))
+            found << pid + u' ' + QString::fromUtf8(cmd);
+    }
+    return found;
 }
 
 } // namespace folivox::test

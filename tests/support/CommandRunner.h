@@ -24,6 +24,9 @@ public:
     // The folivox binary beside the mp4 tools the tests use, or empty.
     static QString folivoxBinary();
     static CommandRun run(const QStringList& args, const QString& workingDirectory, int timeoutMs = 300000);
+    // Live processes (not zombies) whose command line mentions `text` (a
+    // test's own folder, say), as "pid command line".
+    static QStringList processesMentioning(const QString& text);
 };
 
 } // namespace folivox::test

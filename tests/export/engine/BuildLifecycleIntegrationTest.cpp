@@ -4,6 +4,7 @@
 // command runs as a child process; the test looks at its exit status, its
 // children, and what stays on disk.
 #include "export/engine/EngineTestSupport.h"
+#include "support/CommandRunner.h"
 #include "support/Fixtures.h"
 
 #include <QCryptographicHash>
@@ -22,38 +23,11 @@
 #include <unistd.h>
 
 using namespace folivox;
+using folivox::test::CommandRun;
+using folivox::test::CommandRunner;
 using folivox::test::Fixtures;
 
 namespace {
-
-QString folivoxBinary()
-{
-    const QString dir = qEnvironmentVariable("FOLIVOX_TOOLS_DIR");
-    const QString path = QDir(dir).filePath(QStringLiteral("folivox"));
-    return !dir.isEmpty() && QFileInfo::exists(path) ? path : QString();
-}
-
-// Live processes (not zombies) whose command line mentions `text`, as
-// "pid command line".
-QStringList processesMentioning(const QString& text)
-{
-    QStringList found;
-    for (const QString& pid : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        bool numeric = false;
-        pid.toInt(&numeric);
-        if (!numeric)
-            continue;
-        const QByteArray stat = Fixtures::readFile(QStringLiteral("/proc/%1/stat").arg(pid));
-        const qsizetype close = stat.lastIndexOf(')');
-        if (close < 0 || close + 2 >= stat.size() || stat.at(close + 2) == 'Z')
-            continue;
-        QByteArray cmd = Fixtures::readFile(QStringLiteral("/proc/%1/cmdline").arg(pid));
-        cmd.replace('\0', ' ');
-        if (cmd.contains(text.toUtf8()))
-            found << pid + u' ' + QString::fromUtf8(cmd);
-    }
-    return found;
-}
 
 // Children of `parent` whose program is `name`.
 QList<qint64> childrenNamed(qint64 parent, const QByteArray& name)
@@ -81,14 +55,14 @@ class BuildLifecycle : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        if (folivoxBinary().isEmpty())
+        if (CommandRunner::folivoxBinary().isEmpty())
             GTEST_SKIP() << "the folivox command is not built";
         ASSERT_TRUE(dir_.isValid());
     }
     void TearDown() override
     {
         // Whatever happened, nothing the test started may stay behind.
-        for (const QString& line : processesMentioning(dir_.path()))
+        for (const QString& line : CommandRunner::processesMentioning(dir_.path()))
             ::kill(static_cast<pid_t>(line.section(u' ', 0, 0).toLongLong()), SIGKILL);
     }
 
@@ -110,7 +84,7 @@ protected:
         p.setWorkingDirectory(dir_.path());
         p.setStandardInputFile(QProcess::nullDevice());
         p.setProcessEnvironment(env);
-        p.start(folivoxBinary(), args);
+        p.start(CommandRunner::folivoxBinary(), args);
         ASSERT_TRUE(p.waitForStarted(10000));
     }
 
@@ -161,10 +135,10 @@ TEST_F(BuildLifecycle, AKilledBuildTakesItsEncodersAlongAndTheNextRunSweepsItsWo
     ::kill(static_cast<pid_t>(p.processId()), SIGKILL);
     ASSERT_TRUE(p.waitForFinished(10000));
     clock.restart();
-    while (!processesMentioning(dir_.path()).isEmpty() && clock.elapsed() < 1000)
+    while (!CommandRunner::processesMentioning(dir_.path()).isEmpty() && clock.elapsed() < 1000)
         QThread::msleep(20);
-    EXPECT_TRUE(processesMentioning(dir_.path()).isEmpty())
-        << "left running: " << processesMentioning(dir_.path()).join(u'\n').toStdString();
+    EXPECT_TRUE(CommandRunner::processesMentioning(dir_.path()).isEmpty())
+        << "left running: " << CommandRunner::processesMentioning(dir_.path()).join(u'\n').toStdString();
     EXPECT_EQ(Fixtures::readFile(output), QByteArray("a book the user already had"));
 
     // The killed build could not remove its work folder; the next run does.
@@ -201,7 +175,7 @@ TEST_F(BuildLifecycle, AClosedTerminalCancelsLikeCtrlCAndLeavesNothingBehind)
     EXPECT_EQ(p.exitCode(), 130) << err.toStdString();
     EXPECT_TRUE(err.contains("folivox build: cancelled")) << err.toStdString();
     EXPECT_EQ(Fixtures::readFile(output), QByteArray("a book the user already had"));
-    EXPECT_TRUE(processesMentioning(dir_.path()).isEmpty()) << processesMentioning(dir_.path()).join(u'\n').toStdString();
+    EXPECT_TRUE(CommandRunner::processesMentioning(dir_.path()).isEmpty()) << CommandRunner::processesMentioning(dir_.path()).join(u'\n').toStdString();
     const QString work = workFolderOf(logFile);
     EXPECT_FALSE(work.isEmpty());
     EXPECT_FALSE(QFileInfo::exists(work));
@@ -280,7 +254,7 @@ TEST_F(BuildLifecycle, ASecondBuildToTheSameOutputIsRefusedAtOnceNamingTheFirst)
     QProcess second;
     second.setWorkingDirectory(path(QStringLiteral("elsewhere")));
     second.setStandardInputFile(QProcess::nullDevice());
-    second.start(folivoxBinary(), {QStringLiteral("build"), input, QStringLiteral("-o"), QStringLiteral("../Shared.m4b"),
+    second.start(CommandRunner::folivoxBinary(), {QStringLiteral("build"), input, QStringLiteral("-o"), QStringLiteral("../Shared.m4b"),
                                    QStringLiteral("--bitrate"), QStringLiteral("64")});
     ASSERT_TRUE(second.waitForStarted(10000));
     const bool secondEnded = second.waitForFinished(20000);

@@ -1,6 +1,7 @@
 // `folivox build` and `folivox demo` as a user runs them: the built command
 // as a child process, its exit status, its JSON and what it leaves on disk.
 #include "export/engine/EngineTestSupport.h"
+#include "support/CommandRunner.h"
 #include "support/Fixtures.h"
 
 #include <QDir>
@@ -19,62 +20,17 @@
 #include <csignal>
 
 using namespace folivox;
+using folivox::test::CommandRun;
+using folivox::test::CommandRunner;
 using folivox::test::Fixtures;
 
 namespace {
-
-QString folivoxBinary()
-{
-    const QString dir = qEnvironmentVariable("FOLIVOX_TOOLS_DIR");
-    const QString path = QDir(dir).filePath(QStringLiteral("folivox"));
-    return !dir.isEmpty() && QFileInfo::exists(path) ? path : QString();
-}
-
-struct CommandRun {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-CommandRun runFolivox(const QStringList& args, const QString& workingDirectory)
-{
-    QProcess p;
-    p.setWorkingDirectory(workingDirectory);
-    p.setStandardInputFile(QProcess::nullDevice());
-    p.start(folivoxBinary(), args);
-    CommandRun r;
-    if (!p.waitForStarted(10000))
-        return r;
-    p.waitForFinished(300000);
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.out = p.readAllStandardOutput();
-    r.err = p.readAllStandardError();
-    return r;
-}
-
-// Processes whose command line mentions this text (the test's own folder).
-QStringList processesMentioning(const QString& text)
-{
-    QStringList found;
-    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString& pid : pids) {
-        bool numeric = false;
-        pid.toInt(&numeric);
-        if (!numeric)
-            continue;
-        QByteArray cmd = Fixtures::readFile(QStringLiteral("/proc/%1/cmdline").arg(pid));
-        cmd.replace('\0', ' ');
-        if (cmd.contains(text.toUtf8()))
-            found << pid + u' ' + QString::fromUtf8(cmd);
-    }
-    return found;
-}
 
 class FolivoxCommand : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        if (folivoxBinary().isEmpty())
+        if (CommandRunner::folivoxBinary().isEmpty())
             GTEST_SKIP() << "the folivox command is not built";
         ASSERT_TRUE(dir_.isValid());
     }
@@ -91,7 +47,7 @@ TEST_F(FolivoxCommand, BuildAppliesAChapterFileAcrossTwoFilesAndReportsJson)
     test::mp3Tone(path(QStringLiteral("in/b.mp3")), 4.0, 600);
     ASSERT_TRUE(Fixtures::writeFile(path(QStringLiteral("marks.txt")),
                                     "00:00:00.000 Prologue\n00:00:03.000 Crossing Over\n00:00:06.000 Epilogue\n"));
-    const CommandRun r = runFolivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("--chapters"),
+    const CommandRun r = CommandRunner::run({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("--chapters"),
                            path(QStringLiteral("marks.txt")), QStringLiteral("--title"), QStringLiteral("It's a Test"),
                            QStringLiteral("--bitrate"), QStringLiteral("64"), QStringLiteral("--json"),
                            QStringLiteral("-j"), QStringLiteral("2")},
@@ -143,7 +99,7 @@ TEST_F(FolivoxCommand, BuildCarriesTheFirstFilesOwnCover)
     for (const QString& source : {QStringLiteral("book.m4b"), QStringLiteral("pictured.mp3")}) {
         const QString output = path(QStringLiteral("out-") + QFileInfo(source).completeBaseName() + QStringLiteral(".m4b"));
         // Encoded, so the picture can only come from what the command read.
-        const CommandRun r = runFolivox({QStringLiteral("build"), path(source), QStringLiteral("-o"), output,
+        const CommandRun r = CommandRunner::run({QStringLiteral("build"), path(source), QStringLiteral("-o"), output,
                                          QStringLiteral("--bitrate"), QStringLiteral("32"),
                                          QStringLiteral("--no-sidecar"), QStringLiteral("--quiet")},
                                         dir_.path());
@@ -180,7 +136,7 @@ TEST_F(FolivoxCommand, CtrlCStopsTheBuildWithStatus130AndLeavesNothingBehind)
     QProcess p;
     p.setWorkingDirectory(dir_.path());
     p.setStandardInputFile(QProcess::nullDevice());
-    p.start(folivoxBinary(), {QStringLiteral("build"), path(QStringLiteral("long")), QStringLiteral("-o"), output, QStringLiteral("-f"),
+    p.start(CommandRunner::folivoxBinary(), {QStringLiteral("build"), path(QStringLiteral("long")), QStringLiteral("-o"), output, QStringLiteral("-f"),
                               QStringLiteral("-j"), QStringLiteral("1"), QStringLiteral("--bitrate"), QStringLiteral("64")});
     ASSERT_TRUE(p.waitForStarted(10000));
     QByteArray err;
@@ -199,7 +155,7 @@ TEST_F(FolivoxCommand, CtrlCStopsTheBuildWithStatus130AndLeavesNothingBehind)
     EXPECT_EQ(p.exitCode(), 130) << err.toStdString();
     EXPECT_TRUE(err.contains("cancelled"));
     EXPECT_EQ(Fixtures::readFile(output), QByteArray("a book the user already had"));
-    EXPECT_TRUE(processesMentioning(dir_.path()).isEmpty()) << processesMentioning(dir_.path()).join(u'\n').toStdString();
+    EXPECT_TRUE(CommandRunner::processesMentioning(dir_.path()).isEmpty()) << CommandRunner::processesMentioning(dir_.path()).join(u'\n').toStdString();
     // The build's own work folder is gone (its log names it).
     const QStringList logs = QDir(qEnvironmentVariable("FOLIVOX_HOME") + QStringLiteral("/logs"))
                                  .entryList({QStringLiteral("export-*.log")}, QDir::Files, QDir::Time);
@@ -214,25 +170,25 @@ TEST_F(FolivoxCommand, CtrlCStopsTheBuildWithStatus130AndLeavesNothingBehind)
 TEST_F(FolivoxCommand, BadOptionsAndMissingInputsHaveTheirStatuses)
 {
     test::mp3Tone(path(QStringLiteral("a.mp3")), 1.0);
-    const CommandRun badFormat = runFolivox({QStringLiteral("build"), path(QStringLiteral("a.mp3")), QStringLiteral("--format"),
+    const CommandRun badFormat = CommandRunner::run({QStringLiteral("build"), path(QStringLiteral("a.mp3")), QStringLiteral("--format"),
                                    QStringLiteral("ogg")},
                                   dir_.path());
     EXPECT_EQ(badFormat.exitCode, 2);
     EXPECT_TRUE(badFormat.err.contains("invalid value for --format: 'ogg'")) << badFormat.err.toStdString();
 
-    const CommandRun zeroSplit = runFolivox({QStringLiteral("build"), path(QStringLiteral("a.mp3")), QStringLiteral("--split-hours"),
+    const CommandRun zeroSplit = CommandRunner::run({QStringLiteral("build"), path(QStringLiteral("a.mp3")), QStringLiteral("--split-hours"),
                                    QStringLiteral("0")},
                                   dir_.path());
     EXPECT_EQ(zeroSplit.exitCode, 2);
     EXPECT_TRUE(zeroSplit.err.contains("--split-hours must be greater than 0")) << zeroSplit.err.toStdString();
 
-    const CommandRun missing = runFolivox({QStringLiteral("build"), path(QStringLiteral("nowhere.mp3"))}, dir_.path());
+    const CommandRun missing = CommandRunner::run({QStringLiteral("build"), path(QStringLiteral("nowhere.mp3"))}, dir_.path());
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_TRUE(missing.err.contains("nowhere.mp3"));
 
     const QString locked = path(QStringLiteral("Locked"));
     if (test::makeFolderRefuseNewEntries(locked)) {
-        const CommandRun refused = runFolivox({QStringLiteral("build"), path(QStringLiteral("a.mp3")), QStringLiteral("-o"),
+        const CommandRun refused = CommandRunner::run({QStringLiteral("build"), path(QStringLiteral("a.mp3")), QStringLiteral("-o"),
                                      QDir(locked).filePath(QStringLiteral("b.m4b")), QStringLiteral("--quiet")},
                                     dir_.path());
         test::allowNewEntries(locked);
@@ -244,7 +200,7 @@ TEST_F(FolivoxCommand, BadOptionsAndMissingInputsHaveTheirStatuses)
 
 TEST_F(FolivoxCommand, DemoBuildsTheSampleBookIntoTheCurrentFolder)
 {
-    const CommandRun r = runFolivox({QStringLiteral("demo"), QStringLiteral("--json")}, dir_.path());
+    const CommandRun r = CommandRunner::run({QStringLiteral("demo"), QStringLiteral("--json")}, dir_.path());
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     const QJsonObject doc = QJsonDocument::fromJson(r.out).object();
     const QString book = path(QStringLiteral("Folivox Sample Book.m4b"));
@@ -254,12 +210,12 @@ TEST_F(FolivoxCommand, DemoBuildsTheSampleBookIntoTheCurrentFolder)
               QStringLiteral("The Long Road"));
     EXPECT_GT(Fixtures::decodedDuration(book), 23.0);
     // A second run never writes over the first book.
-    const CommandRun again = runFolivox({QStringLiteral("demo"), QStringLiteral("--quiet")}, dir_.path());
+    const CommandRun again = CommandRunner::run({QStringLiteral("demo"), QStringLiteral("--quiet")}, dir_.path());
     ASSERT_EQ(again.exitCode, 0) << again.err.toStdString();
     EXPECT_TRUE(QFile::exists(path(QStringLiteral("Folivox Sample Book 2.m4b"))));
     // A path without an extension gets ".m4b", and the closing line names
     // the file that was written.
-    const CommandRun named = runFolivox({QStringLiteral("demo"), QStringLiteral("-o"), QStringLiteral("mine")}, dir_.path());
+    const CommandRun named = CommandRunner::run({QStringLiteral("demo"), QStringLiteral("-o"), QStringLiteral("mine")}, dir_.path());
     ASSERT_EQ(named.exitCode, 0) << named.err.toStdString();
     EXPECT_TRUE(QFile::exists(path(QStringLiteral("mine.m4b"))));
     EXPECT_TRUE(QString::fromUtf8(named.out).contains(QStringLiteral("Listen to it: ") + path(QStringLiteral("mine.m4b")) + u'\n'))
