@@ -169,3 +169,29 @@ TEST_F(BuildCommandChecks, UsageErrorsWithJsonPrintAnErrorDocument)
     EXPECT_EQ(doc.value(QStringLiteral("exitStatus")).toInt(), 2);
     EXPECT_TRUE(doc.value(QStringLiteral("message")).toString().contains(QStringLiteral("--bitrate")));
 }
+
+// A cue sheet of many short tracks over one file: the book is exactly as
+// long as its audio (each chapter used to add its encoder padding).
+TEST_F(BuildCommandChecks, ACueSheetOfManyShortTracksKeepsTheBookAsLongAsItsAudio)
+{
+    ASSERT_TRUE(Fixtures::tone(path(QStringLiteral("book.mp3")), 30.0,
+                               {QStringLiteral("-c:a"), QStringLiteral("libmp3lame"), QStringLiteral("-b:a"), QStringLiteral("64k")}, 44100, 1));
+    QByteArray cue = "FILE \"book.mp3\" MP3\n";
+    for (int i = 0; i < 120; ++i) {
+        const int frames = i * 75 / 4; // every quarter second, in cue frames
+        cue += QStringLiteral("  TRACK %1 AUDIO\n    TITLE \"Part %1\"\n    INDEX 01 %2:%3:%4\n")
+                   .arg(i + 1, 3, 10, QChar(u'0'))
+                   .arg(frames / 75 / 60, 2, 10, QChar(u'0'))
+                   .arg(frames / 75 % 60, 2, 10, QChar(u'0'))
+                   .arg(frames % 75, 2, 10, QChar(u'0'))
+                   .toUtf8();
+    }
+    ASSERT_TRUE(Fixtures::writeFile(path(QStringLiteral("book.cue")), cue));
+    const CommandRun r = folivox({QStringLiteral("build"), path(QStringLiteral("book.mp3")), QStringLiteral("--chapters"),
+                                  path(QStringLiteral("book.cue")), QStringLiteral("-o"), path(QStringLiteral("out.m4b")),
+                                  QStringLiteral("--json"), QStringLiteral("-q")});
+    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
+    EXPECT_EQ(r.json().value(QStringLiteral("chapters")).toArray().size(), 120);
+    // Within one AAC frame (1024 samples at 44.1 kHz).
+    EXPECT_NEAR(Fixtures::decodedDuration(path(QStringLiteral("out.m4b"))), 30.0, 0.024);
+}
