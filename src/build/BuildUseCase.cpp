@@ -134,8 +134,8 @@ Chapters chaptersFromDiscovery(const std::vector<Track>& tracks, std::vector<Boo
     }
     if (found.worthTelling) {
         warnings << found.reason;
-        if (sinks.note)
-            sinks.note(found.reason);
+        if (sinks.info)
+            sinks.info(found.reason);
     }
     return chapters;
 }
@@ -295,7 +295,11 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
 
     checkDamage(prepared, request, token, sinks);
     if (request.capBitrateToSource)
-        prepared.settings = cappedToSource(request.settings, tracks, note);
+        prepared.settings = cappedToSource(request.settings, tracks, [&prepared, &sinks](const QString& line) {
+            prepared.warnings << line;
+            if (sinks.info)
+                sinks.info(line);
+        });
     else
         prepared.settings = request.settings;
 

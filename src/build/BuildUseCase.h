@@ -24,6 +24,10 @@ public:
         // A line the user should read while the build runs (also kept in the
         // result's warnings).
         std::function<void(const QString& text)> note;
+        // A line worth knowing that needs no action (a chapter file found
+        // but not used, the bitrate held to the sources'); kept in the
+        // result's warnings too.
+        std::function<void(const QString& text)> info;
         // The export is about to start on a book of this many seconds.
         std::function<void(double bookSeconds)> started;
     };

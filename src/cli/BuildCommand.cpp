@@ -413,6 +413,12 @@ int BuildCommand::run(const QStringList& args)
         progress.finish();
         Console::err(text + u'\n');
     };
+    sinks.info = [&progress, &o](const QString& text) {
+        if (o.quiet)
+            return;
+        progress.finish();
+        Console::err(text + u'\n');
+    };
     sinks.started = [&progress](double bookSeconds) { progress.setMediaSeconds(bookSeconds); };
     try {
         // A library book brings its own tracks, chapters, tags and settings;
