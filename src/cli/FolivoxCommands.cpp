@@ -3,6 +3,7 @@
 #include "cli/DemoCommand.h"
 #include "cli/InspectCommand.h"
 #include "cli/LibraryCommand.h"
+#include "cli/QueueCommand.h"
 #include "cli/ChaptersCommand.h"
 #include "cli/RenameCommand.h"
 
@@ -17,7 +18,7 @@ std::unique_ptr<CommandLine> makeFolivoxCommandLine()
     cl->add(std::make_unique<RenameCommand>());
     cl->addPending(QStringLiteral("update"), QStringLiteral("rewrite a finished book's tags in place"));
     cl->addPending(QStringLiteral("check"), QStringLiteral("check MP3 files for damage"));
-    cl->addPending(QStringLiteral("queue"), QStringLiteral("persistent build queue"));
+    cl->add(std::make_unique<QueueCommand>());
     cl->add(std::make_unique<LibraryCommand>());
     cl->add(std::make_unique<DemoCommand>());
     return cl;
