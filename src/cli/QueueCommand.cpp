@@ -33,6 +33,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <mutex>
 
@@ -453,9 +454,15 @@ int runWorker(const Common& c)
     const QByteArray order = in.readAll();
     auto token = std::make_shared<ManualCancellationToken>();
     CancelOnSignal cancelOnSignal(token);
-    return QueueWorker::run(order, token, [](const QByteArray& line) {
-        std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stdout);
-        std::fflush(stdout);
+    // With the queue gone, a write to the pipe must not kill the worker
+    // before it has stopped its children and removed its work: it fails,
+    // and the build is cancelled.
+    ::signal(SIGPIPE, SIG_IGN);
+    return QueueWorker::run(order, token, [token](const QByteArray& line) {
+        const bool written = std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stdout)
+                                 == static_cast<size_t>(line.size());
+        if (std::fflush(stdout) != 0 || !written)
+            token->cancel();
     });
 }
 

@@ -513,6 +513,10 @@ QueueService::JobEnd QueueService::runJob(const QUuid& id)
                     .arg(order.book.bookmarks.size())
                     .arg(reachable)
                     .arg(boolText(false)));
+        for (std::size_t i = 0; i < order.book.tracks.size() && i < 20; ++i)
+            logLine(QStringLiteral("[Queue]   source %1: %2").arg(i + 1).arg(order.book.tracks[i].url.toLocalFile()));
+        if (order.book.tracks.size() > 20)
+            logLine(QStringLiteral("[Queue]   … and %1 more sources").arg(order.book.tracks.size() - 20));
         BuildUseCase::Sinks sinks;
         sinks.progress = [this, id](const QString& phase, double fraction) { applyProgress(id, phase, fraction); };
         sinks.note = [&logLine](const QString& text) { logLine(QStringLiteral("[Queue] note: ") + text); };
