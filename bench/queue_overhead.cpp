@@ -4,11 +4,12 @@
 //   cmake --build build --target bench_queue_overhead folivox mp4tags mp4art mp4chaps && build/bin/bench_queue_overhead
 //
 // Prints:
-//   - enqueue: adding 1,000 candidates of 10 tracks each, one at a time, each
-//     add saved at once (the whole file, atomically): mean and last add;
+//   - enqueue: adding 1,000 candidates of 10 tracks each, one at a time: the
+//     book written into the job's folder, then the whole queue file saved
+//     atomically: mean and last add;
 //   - run: the 1,000 jobs run with a builder that does nothing, so that what
-//     is timed is the queue alone (two state changes and saves of the whole
-//     file, the attempt's log, the events): mean per job;
+//     is timed is the queue alone (the book read back, two state changes and
+//     saves of the whole file, the attempt's log, the events): mean per job;
 //   - the size of the queue file;
 //   - a real one-minute book: built in process, and built through a build
 //     worker process as `queue run` does (median of 3 each); the difference
@@ -26,6 +27,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -49,32 +51,36 @@ public:
     }
 };
 
-QueueJob candidate(int n, const QString& inputs, const QString& out)
+// A job as the enqueuer makes it: the book in the job's folder, a light record.
+QueueJob candidate(int n, const QString& inputs, const QString& out, QueueStore& store)
 {
     QueueJob job;
     job.id = QUuid::createUuid();
     job.createdAt = QDateTime::currentDateTimeUtc();
     CandidatePayload payload;
     payload.inputs = {inputs};
+    ImportedBook book;
     for (int t = 1; t <= 10; ++t) {
         Track track;
         track.url = QUrl::fromLocalFile(QStringLiteral("%1/%2.mp3").arg(inputs).arg(t, 2, 10, QChar(u'0')));
         track.title = QStringLiteral("Part %1").arg(t);
         track.duration = 1800;
-        payload.book.tracks.push_back(track);
+        book.tracks.push_back(track);
         Bookmark b;
         b.title = track.title;
         b.tracks = {track};
         b.duration = track.duration;
-        payload.book.bookmarks.push_back(b);
+        book.bookmarks.push_back(b);
     }
-    payload.book.metadata.title = QStringLiteral("Book %1").arg(n);
-    payload.book.metadata.author = QStringLiteral("An Author");
+    book.metadata.title = QStringLiteral("Book %1").arg(n);
+    book.metadata.author = QStringLiteral("An Author");
+    store.writeJobFile(job.id, QStringLiteral("book.json"), QJsonDocument(book.toJson()).toJson(QJsonDocument::Compact));
+    payload.bookFile = QStringLiteral("book.json");
     job.origin = QueueJobOrigin::fromCandidate(payload);
-    job.displayTitle = payload.book.metadata.title;
+    job.displayTitle = book.metadata.title;
     job.outputURL = QUrl::fromLocalFile(out);
     job.plannedBasename = job.displayTitle + QStringLiteral(".m4b");
-    job.organizationContext = OrganizationContext::from(payload.book.metadata);
+    job.organizationContext = OrganizationContext::from(book.metadata);
     return job;
 }
 
@@ -115,7 +121,7 @@ int main(int argc, char** argv)
     for (int i = 0; i < kJobs; ++i) {
         QElapsedTimer one;
         one.start();
-        service->enqueue(candidate(i + 1, inputs, out));
+        service->enqueue(candidate(i + 1, inputs, out, *store));
         lastAdd = msSince(one);
     }
     const double enqueueMs = msSince(clock);

@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QSet>
 
 namespace folivox {
@@ -133,8 +134,14 @@ QueueJob QueueEnqueuer::make(const Request& request, const std::vector<QueueJob>
     const Plan plan = planOutput(request.build, metadata.title, job.organization, job.organizationContext, existing);
     job.outputURL = QUrl::fromLocalFile(plan.root);
     job.plannedBasename = plan.basename;
-    if (!cover.isEmpty())
-        store.writeJobFile(job.id, *job.origin.candidate->coverFile, cover);
+    if (job.origin.candidate) {
+        CandidatePayload& payload = *job.origin.candidate;
+        store.writeJobFile(job.id, QStringLiteral("book.json"), QJsonDocument(payload.book->toJson()).toJson(QJsonDocument::Compact));
+        payload.bookFile = QStringLiteral("book.json");
+        payload.book.reset();
+        if (!cover.isEmpty())
+            store.writeJobFile(job.id, *payload.coverFile, cover);
+    }
     return job;
 }
 

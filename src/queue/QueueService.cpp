@@ -1,5 +1,7 @@
 #include "queue/QueueService.h"
 
+#include "core/JsonReader.h"
+#include "platform/L10n.h"
 #include "platform/Log.h"
 #include "queue/QueueError.h"
 #include "queue/QueueRunError.h"
@@ -119,10 +121,13 @@ void QueueService::emitLocked(std::unique_lock<std::mutex>& lock, const std::vec
             subscriber(event);
 }
 
-void QueueService::saveLocked()
+void QueueService::saveLocked(const std::optional<QSet<QUuid>>& changed)
 {
     try {
-        store_->save(jobs_);
+        if (changed)
+            store_->save(jobs_, *changed);
+        else
+            store_->save(jobs_);
         saveError_.reset();
     } catch (const Error& e) {
         // The queue goes on in memory; the next change tries again.
@@ -205,7 +210,7 @@ QueueService::CancelResult QueueService::cancel(const QUuid& id)
                                          .arg(idText(id), QueueJobStatusLabel::text(it->status).toLower()));
     it->status = QueueJobStatus::cancelled;
     Log::write(QStringLiteral("[Queue] job %1 cancelled before it ran").arg(idText(id)));
-    saveLocked();
+    saveLocked(QSet<QUuid>{id});
     emitLocked(lock, {QueueServiceEvent::stateChanged(jobs_)});
     return CancelResult::cancelled;
 }
@@ -248,7 +253,7 @@ void QueueService::retry(const QUuid& id)
     halt_.reset();
     store_->saveHalt(std::nullopt);
     Log::write(QStringLiteral("[Queue] Retry: job %1 back to pending%2").arg(idText(id), wasHalted ? QStringLiteral(", halt cleared") : QString()));
-    saveLocked();
+    saveLocked(QSet<QUuid>{id});
     emitLocked(lock, {QueueServiceEvent::stateChanged(jobs_)});
 }
 
@@ -266,7 +271,7 @@ void QueueService::remove(const QUuid& id)
     jobs_.erase(it);
     autoRetries_.remove(id);
     Log::write(QStringLiteral("[Queue] job %1 removed").arg(idText(id)));
-    saveLocked();
+    saveLocked(QSet<QUuid>{});
     if (currentJobID_ != id)
         store_->removeJobFolder(id);
     emitLocked(lock, {QueueServiceEvent::stateChanged(jobs_)});
@@ -284,8 +289,9 @@ void QueueService::enqueue(QueueJob job)
             throw QueueError::outputTaken(planned, idText(other.id).left(8));
     }
     Log::write(QStringLiteral("[Queue] enqueued job %1 \"%2\" → %3").arg(idText(job.id), job.displayTitle, planned));
+    const QUuid added = job.id;
     jobs_.push_back(std::move(job));
-    saveLocked();
+    saveLocked(QSet<QUuid>{added});
     emitLocked(lock, {QueueServiceEvent::stateChanged(jobs_)});
 }
 
@@ -413,7 +419,24 @@ QueueBuildOrder QueueService::orderFor(const QueueJob& job, std::optional<QueueB
         if (!job.settingsOverrideBookSettings && input->settings)
             order.settings = *input->settings;
     } else if (job.origin.candidate) {
-        order.book = job.origin.candidate->book;
+        const CandidatePayload& payload = *job.origin.candidate;
+        if (payload.book) {
+            order.book = *payload.book;
+        } else {
+            QFile file(QDir(store_->jobFolder(job.id)).filePath(payload.bookFile.value_or(QString())));
+            try {
+                if (!file.open(QIODevice::ReadOnly))
+                    throw DecodingError::dataCorrupted(QString(), file.errorString());
+                order.book = ImportedBook::fromJson(JsonReader::parseObject(file.readAll()));
+            } catch (const DecodingError& e) {
+                Log::write(QStringLiteral("[Queue] the job's book %1 cannot be read: %2").arg(file.fileName(), e.description()));
+                throw QueueBuildFailure::classified(
+                    JobAttempt::ErrorClass::permanent,
+                    L10n::format(L10n::text("queue.error.bookRecord", "the queued book could not be read back from the queue's "
+                                                                      "folder: remove the job and queue %@ again"),
+                                 {payload.inputs.join(QStringLiteral(", "))}));
+            }
+        }
         if (job.origin.candidate->coverFile) {
             QFile cover(QDir(store_->jobFolder(job.id)).filePath(*job.origin.candidate->coverFile));
             if (cover.open(QIODevice::ReadOnly))
@@ -482,7 +505,7 @@ QueueService::JobEnd QueueService::runJob(const QUuid& id)
         currentJobID_ = id;
         currentToken_ = token;
         throttle_.reset();
-        saveLocked();
+        saveLocked(QSet<QUuid>{id});
         emitLocked(lock, {QueueServiceEvent::stateChanged(jobs_)});
     }
     logLine(QStringLiteral("[Queue] runJob jobID=%1 \"%2\" attempt %3").arg(idText(id), job.displayTitle).arg(job.attempts.size()));
@@ -624,7 +647,7 @@ QueueService::JobEnd QueueService::runJob(const QUuid& id)
     if (it->status != QueueJobStatus::completed)
         it->progress = 0;
     it->progressPhase.reset();
-    saveLocked();
+    saveLocked(QSet<QUuid>{id});
     std::vector<QueueServiceEvent> events{QueueServiceEvent::stateChanged(jobs_)};
     if (halt) {
         setHaltLocked(*halt);

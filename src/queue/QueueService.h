@@ -126,8 +126,9 @@ private:
     void applyProgress(const QUuid& id, const QString& phase, double fraction);
     std::vector<QueueJob>::iterator find(const QUuid& id);
     std::vector<QueueJob>::const_iterator find(const QUuid& id) const;
-    // Saves the list; called with mutex_ held.
-    void saveLocked();
+    // Saves the list; called with mutex_ held. With `changed`, only those
+    // jobs differ from the last save.
+    void saveLocked(const std::optional<QSet<QUuid>>& changed = std::nullopt);
     // Sends an event in the order of the change that made it: called with
     // mutex_ held, which it releases.
     void emitLocked(std::unique_lock<std::mutex>& lock, const std::vector<QueueServiceEvent>& events);

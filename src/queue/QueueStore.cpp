@@ -119,28 +119,75 @@ QueueStore::Loaded QueueStore::load()
     return loaded;
 }
 
-QByteArray QueueStore::encode(const std::vector<QueueJob>& jobs)
+QByteArray QueueStore::jobText(const QueueJob& job)
 {
-    QueueFile file;
-    file.jobs = jobs;
-    // QJsonObject keeps its keys sorted; Indented is the pretty form.
-    return QJsonDocument(file.toJson()).toJson(QJsonDocument::Indented);
+    // QJsonObject keeps its keys sorted; Indented is the pretty form. Each
+    // line moves in by two levels, where the job stands in the file.
+    QByteArray text = QJsonDocument(job.toJson()).toJson(QJsonDocument::Indented);
+    text.chop(1); // the final newline
+    return QByteArray(8, ' ') + text.replace("\n", "\n        ");
 }
 
-void QueueStore::save(const std::vector<QueueJob>& jobs)
+QByteArray QueueStore::compose(const std::vector<QueueJob>& jobs, const QSet<QUuid>* changed)
 {
-    const QByteArray bytes = encode(jobs);
-    std::lock_guard lock(mutex_);
+    QHash<QUuid, QByteArray> texts;
+    texts.reserve(static_cast<qsizetype>(jobs.size()));
+    QByteArray out("{\n    \"jobs\": [");
+    bool first = true;
+    for (const QueueJob& job : jobs) {
+        QByteArray text;
+        const auto cached = jobTexts_.constFind(job.id);
+        if (changed && !changed->contains(job.id) && cached != jobTexts_.constEnd())
+            text = *cached;
+        else
+            text = jobText(job);
+        out += first ? "\n" : ",\n";
+        out += text;
+        first = false;
+        texts.insert(job.id, text);
+    }
+    out += "\n    ],\n";
+    out += "    \"schemaVersion\": " + QByteArray::number(QueueFile::kSchemaVersion) + "\n}\n";
+    jobTexts_ = std::move(texts);
+    return out;
+}
+
+QByteArray QueueStore::encode(const std::vector<QueueJob>& jobs)
+{
+    QByteArray out("{\n    \"jobs\": [");
+    bool first = true;
+    for (const QueueJob& job : jobs) {
+        out += first ? "\n" : ",\n";
+        out += jobText(job);
+        first = false;
+    }
+    out += "\n    ],\n    \"schemaVersion\": " + QByteArray::number(QueueFile::kSchemaVersion) + "\n}\n";
+    return out;
+}
+
+void QueueStore::write(const QByteArray& bytes)
+{
     if (newerVersion_)
         throw QueueError::newerQueueFile(*newerVersion_, queueFileURL_);
     try {
         QDir().mkpath(writer_.stagingFolder());
         writer_.write(queueFileURL_, bytes, "queue.save");
-    } catch (const QueueError&) {
-        throw;
     } catch (const Error& e) {
+        jobTexts_.clear(); // the file is not what the cache says
         throw QueueError::saveFailed(queueFileURL_, e.description());
     }
+}
+
+void QueueStore::save(const std::vector<QueueJob>& jobs)
+{
+    std::lock_guard lock(mutex_);
+    write(compose(jobs, nullptr));
+}
+
+void QueueStore::save(const std::vector<QueueJob>& jobs, const QSet<QUuid>& changed)
+{
+    std::lock_guard lock(mutex_);
+    write(compose(jobs, &changed));
 }
 
 QString QueueStore::jobFolder(const QUuid& id) const

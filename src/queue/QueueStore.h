@@ -5,6 +5,8 @@
 #include "queue/QueueHalt.h"
 #include "queue/QueueJob.h"
 
+#include <QHash>
+#include <QSet>
 #include <QString>
 #include <QUuid>
 
@@ -59,6 +61,10 @@ public:
     Loaded load();
     // Replaces the file with the whole list. Throws QueueError::saveFailed.
     void save(const std::vector<QueueJob>& jobs);
+    // The same when only the jobs in `changed` differ from the last save:
+    // the others' text is taken from that save instead of being encoded
+    // again, so a state change costs one job's encoding, not the list's.
+    void save(const std::vector<QueueJob>& jobs, const QSet<QUuid>& changed);
     // The file's bytes for a list (what save() writes).
     static QByteArray encode(const std::vector<QueueJob>& jobs);
 
@@ -90,11 +96,16 @@ public:
 
 private:
     QString setAside(const QString& why);
+    void write(const QByteArray& bytes);
+    // One job's text as it stands inside the file's "jobs" array.
+    static QByteArray jobText(const QueueJob& job);
+    QByteArray compose(const std::vector<QueueJob>& jobs, const QSet<QUuid>* changed);
 
     QString baseURL_;
     QString queueFileURL_;
     StagedFileWriter writer_;
     std::optional<int> newerVersion_;
+    QHash<QUuid, QByteArray> jobTexts_; // as last saved
     mutable std::mutex mutex_;
 };
 

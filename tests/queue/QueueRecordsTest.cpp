@@ -58,7 +58,7 @@ TEST(QueueRecords, JobSavesEveryCodingKeyAndNeverTheLiveProgress)
     EXPECT_EQ(back.progress, 0);
     EXPECT_FALSE(back.progressPhase);
     EXPECT_EQ(back.plannedOutputPath(), QStringLiteral("/tmp/out/Dune.m4b"));
-    EXPECT_EQ(back.origin.candidate->book.tracks.size(), 1u);
+    EXPECT_EQ(back.origin.candidate->book->tracks.size(), 1u);
 
     // An empty optional is left out, never null.
     QueueJob bare = test::sampleJob(QStringLiteral("Bare"));

@@ -261,7 +261,7 @@ TEST_F(QueueServiceTest, TheFailureTableDecidesTheJobAndTheQueue)
     store->save(jobs);
     // The tracks must be reachable for the build to be asked at all.
     for (QueueJob& j : jobs)
-        Fixtures::writeFile(j.origin.candidate->book.tracks[0].url.toLocalFile(), "x");
+        Fixtures::writeFile(j.origin.candidate->book->tracks[0].url.toLocalFile(), "x");
 
     auto builder = std::make_shared<ScriptedBuilder>();
     using C = JobAttempt::ErrorClass;
@@ -361,7 +361,7 @@ TEST_F(QueueServiceTest, InterruptedJobsWaitForResumeAndKeepTheirAttempts)
     QueueJob later = test::sampleJob(QStringLiteral("Later"), out());
     store->save({interrupted, later});
     for (const QueueJob& j : {interrupted, later})
-        Fixtures::writeFile(j.origin.candidate->book.tracks[0].url.toLocalFile(), "x");
+        Fixtures::writeFile(j.origin.candidate->book->tracks[0].url.toLocalFile(), "x");
     auto builder = std::make_shared<ScriptedBuilder>();
     builder->steps = {ScriptedBuilder::succeed()};
     QueueService service(store, builder, nullptr, fast());
@@ -389,7 +389,7 @@ TEST_F(QueueServiceTest, PendingJobsCancelAndARemovedRunningJobVanishes)
         jobs.push_back(test::sampleJob(QString::fromLatin1(t), out()));
     store->save(jobs);
     for (const QueueJob& j : jobs)
-        Fixtures::writeFile(j.origin.candidate->book.tracks[0].url.toLocalFile(), "x");
+        Fixtures::writeFile(j.origin.candidate->book->tracks[0].url.toLocalFile(), "x");
     auto builder = std::make_shared<ScriptedBuilder>();
     std::atomic<bool> inBuild{false};
     builder->steps = {[&inBuild](const QueueBuildOrder&, const CancellationToken& token, const BuildUseCase::Sinks&) -> QueueJobBuilder::Built {

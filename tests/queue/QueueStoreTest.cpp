@@ -61,6 +61,28 @@ TEST_F(QueueStoreTest, LivesInTheApplicationDataFolderAsSortedPrettyJson)
     EXPECT_TRUE(entries(base() + QStringLiteral("/.staging")).isEmpty());
 }
 
+TEST_F(QueueStoreTest, ASaveOfChangedJobsWritesWhatAWholeSaveWould)
+{
+    QueueStore store(base());
+    std::vector<QueueJob> jobs{test::sampleJob(QStringLiteral("A")), test::sampleJob(QStringLiteral("B")),
+                               test::sampleJob(QStringLiteral("C"))};
+    store.save(jobs, {});
+    jobs[1].status = QueueJobStatus::failed;
+    jobs[1].displayTitle = QStringLiteral("B, renamed");
+    store.save(jobs, {jobs[1].id});
+    jobs.erase(jobs.begin());
+    jobs.push_back(test::sampleJob(QStringLiteral("D")));
+    store.save(jobs, {jobs.back().id});
+    const QByteArray bytes = Fixtures::readFile(store.queueFileURL());
+    EXPECT_EQ(bytes, QueueStore::encode(jobs));
+    EXPECT_EQ(QJsonDocument::fromJson(bytes).toJson(QJsonDocument::Indented), bytes); // Qt's own pretty form
+    const auto loaded = store.load().jobs;
+    ASSERT_EQ(loaded.size(), 3u);
+    EXPECT_EQ(loaded[0].displayTitle, QStringLiteral("B, renamed"));
+    EXPECT_EQ(loaded[0].status, QueueJobStatus::failed);
+    EXPECT_EQ(loaded[2].displayTitle, QStringLiteral("D"));
+}
+
 TEST_F(QueueStoreTest, ARunningJobLoadsInterruptedWithItsAttempts)
 {
     QueueStore store(base());

@@ -27,13 +27,14 @@ inline QueueJob sampleJob(const QString& title, const QString& outputFolder = QS
     t.url = QUrl::fromLocalFile(QStringLiteral("/tmp/in/") + title + QStringLiteral("/01.m4a"));
     t.title = QStringLiteral("01");
     t.duration = 3;
-    payload.book.tracks = {t};
+    payload.book.emplace();
+    payload.book->tracks = {t};
     Bookmark b;
     b.title = QStringLiteral("Chapter 1");
     b.tracks = {t};
     b.duration = 3;
-    payload.book.bookmarks = {b};
-    payload.book.metadata.title = title;
+    payload.book->bookmarks = {b};
+    payload.book->metadata.title = title;
     job.origin = QueueJobOrigin::fromCandidate(payload);
     job.displayTitle = title;
     job.outputURL = QUrl::fromLocalFile(outputFolder);
