@@ -1,5 +1,6 @@
 #pragma once
 
+#include "export/ExportError.h"
 #include "platform/Error.h"
 
 #include <QJsonObject>
@@ -42,6 +43,9 @@ public:
 
     // The build's diagnostic log, when the export had started one.
     QString logFile;
+    // The export engine's own error, when the export itself failed: lets a
+    // caller tell a full disk or a missing ffmpeg from other failures.
+    std::optional<ExportError> exportError;
 
     // {"status": "failed"|"usage"|"cancelled", "message", "file"?, "logFile"?}
     QJsonObject toJson() const;

@@ -202,7 +202,8 @@ struct BuildUseCase::Prepared {
 BuildUseCase::BuildUseCase() = default;
 BuildUseCase::~BuildUseCase() = default;
 
-BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const CancellationToken& token, const Sinks& sinks)
+BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const CancellationToken& token, const Sinks& sinks,
+                                             bool planOutput)
 {
     try {
         ExportSettingsValidator::validate(request.settings);
@@ -212,7 +213,7 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
     const OutputFormat format = request.settings.outputFormat;
     // A named output file is checked before anything is read; a folder or
     // the default name waits for the title.
-    if (request.output && !QFileInfo(*request.output).isDir()) {
+    if (planOutput && request.output && !QFileInfo(*request.output).isDir()) {
         const QString early = BuildOutputPlanner::plan(request.output, QStringLiteral("Audiobook"), format);
         BuildOutputPlanner::check(early, format);
         BuildOutputPlanner::checkReplace(early, format, request.replaceExisting);
@@ -320,6 +321,8 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
     }
     if (!cover.isEmpty())
         prepared.metadata.coverImageData = cover;
+    if (!planOutput)
+        return prepared;
     prepared.output = BuildOutputPlanner::plan(request.output, prepared.metadata.title, format);
     BuildOutputPlanner::check(prepared.output, format);
     prepared.outputExists = BuildOutputPlanner::checkReplace(prepared.output, format, request.replaceExisting);
@@ -422,6 +425,12 @@ void BuildUseCase::refuseImpossibleCopy(const Prepared& prepared)
                                                {decided.decision.reasons.join(QStringLiteral("; "))}));
 }
 
+ImportedBook BuildUseCase::importBook(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks)
+{
+    Prepared prepared = prepare(request, *token, sinks, false);
+    return ImportedBook{std::move(prepared.tracks), std::move(prepared.chapters.bookmarks), std::move(prepared.metadata)};
+}
+
 BuildPlan BuildUseCase::preview(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks)
 {
     const Prepared prepared = prepare(request, *token, sinks);
@@ -509,6 +518,7 @@ BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const
                                                     sourceNamed ? exported.failureContext->sourceFileNames.first()
                                                                 : prepared.output);
         failure.logFile = exported.logFile;
+        failure.exportError = error;
         throw failure;
     }
 

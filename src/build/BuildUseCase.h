@@ -47,9 +47,16 @@ public:
     // the same checks and refusals, then the plan and the decision.
     BuildPlan preview(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks = {});
 
+    // The book a request describes, imported as run() would import it (the
+    // files read and ordered, the chapter file applied, the tags merged, the
+    // cover picked), with no output planned or checked: what a build kept
+    // for later (a queued job) holds, so that it runs without importing again.
+    // Throws BuildFailure as run() does.
+    ImportedBook importBook(const BuildRequest& request, std::shared_ptr<const CancellationToken> token, Sinks sinks = {});
+
 private:
     struct Prepared;
-    Prepared prepare(const BuildRequest& request, const CancellationToken& token, const Sinks& sinks);
+    Prepared prepare(const BuildRequest& request, const CancellationToken& token, const Sinks& sinks, bool planOutput = true);
     static Prepared prepareImported(const ImportedBook& book, const BuildRequest& request, const QByteArray& givenCover);
     // Scans the MP3 sources for damage, tells the user, and with
     // repairDamaged puts repaired copies in their place.

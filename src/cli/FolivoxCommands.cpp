@@ -4,6 +4,7 @@
 #include "cli/DemoCommand.h"
 #include "cli/InspectCommand.h"
 #include "cli/LibraryCommand.h"
+#include "cli/QueueCommand.h"
 #include "cli/ChaptersCommand.h"
 #include "cli/RenameCommand.h"
 #include "cli/UpdateCommand.h"
@@ -19,7 +20,7 @@ std::unique_ptr<CommandLine> makeFolivoxCommandLine()
     cl->add(std::make_unique<RenameCommand>());
     cl->add(std::make_unique<UpdateCommand>());
     cl->add(std::make_unique<CheckCommand>());
-    cl->addPending(QStringLiteral("queue"), QStringLiteral("persistent build queue"));
+    cl->add(std::make_unique<QueueCommand>());
     cl->add(std::make_unique<LibraryCommand>());
     cl->add(std::make_unique<DemoCommand>());
     return cl;

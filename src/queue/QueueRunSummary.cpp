@@ -1,0 +1,12 @@
+#include "queue/QueueRunSummary.h"
+
+#include "core/JsonWriter.h"
+
+namespace folivox {
+
+QJsonObject QueueRunSummary::toJson() const
+{
+    return JsonWriter().set("built", built).set("failed", failed).set("skipped", skipped).set("cancelled", cancelled).object();
+}
+
+} // namespace folivox

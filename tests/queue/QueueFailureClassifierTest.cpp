@@ -1,0 +1,109 @@
+// How failed builds are sorted for the queue, and which progress reports it keeps.
+#include "queue/QueueFailureClassifier.h"
+#include "queue/QueueProgressThrottle.h"
+
+#include <QTemporaryDir>
+
+#include <cerrno>
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+using namespace folivox;
+using Class = JobAttempt::ErrorClass;
+using Reason = QueueHalt::Reason;
+
+namespace {
+
+BuildFailure exportFailure(const ExportError& error, const QString& message = QStringLiteral("the build failed"))
+{
+    BuildFailure f = BuildFailure::failed(message, QStringLiteral("/out/Book.m4b"));
+    f.exportError = error;
+    f.logFile = QStringLiteral("/logs/export.log");
+    return f;
+}
+
+} // namespace
+
+TEST(QueueFailureClassifier, EachExportErrorHasItsClassAndHalt)
+{
+    QTemporaryDir dir;
+    const QString out = dir.filePath(QStringLiteral("Book.m4b"));
+    struct Case {
+        ExportError error;
+        Class cls;
+        std::optional<Reason> halt;
+    };
+    const Case cases[] = {
+        {ExportError::outOfSpace(), Class::environment, Reason::outOfSpace},
+        {ExportError::underlying(QStringLiteral("Could not replace \"B.m4b\": ") + QString::fromLocal8Bit(std::strerror(ENOSPC))),
+         Class::environment, Reason::outOfSpace},
+        {ExportError::underlying(QStringLiteral("av_interleaved_write_frame(): No space left on device")), Class::environment,
+         Reason::outOfSpace},
+        {ExportError::underlying(QStringLiteral("cannot open: ") + QString::fromLocal8Bit(std::strerror(EROFS))), Class::environment,
+         Reason::readOnlyVolume},
+        {ExportError::destinationNotWritable(QStringLiteral("Books")), Class::environment, Reason::destination},
+        {ExportError::ffmpegUnavailable(), Class::environment, Reason::ffmpeg},
+        {ExportError::securityCheckFailed(), Class::environment, Reason::security},
+        {ExportError::licenseValidationFailed(QStringLiteral("no")), Class::licenseBlock, Reason::license},
+        {ExportError::demoRestriction(QStringLiteral("demo")), Class::licenseBlock, Reason::license},
+        {ExportError::noSourceFiles(), Class::sourcesUnavailable, Reason::sourcesLost},
+        {ExportError::corruptedSourceRequiresTranscode(QStringLiteral("timescale")), Class::permanent, std::nullopt},
+        {ExportError::transcodeFailedAfterRetry(QStringLiteral("a"), QStringLiteral("b")), Class::permanent, std::nullopt},
+        {ExportError::validationFailed(QStringLiteral("bad")), Class::permanent, std::nullopt},
+        {ExportError::failedToWrite(), Class::transient, std::nullopt},
+        {ExportError::underlying(QStringLiteral("ffmpeg exited with code 1")), Class::transient, std::nullopt},
+        {ExportError::underlying(QStringLiteral("mp4tags binary not found in app bundle")), Class::environment, Reason::tools},
+    };
+    for (const Case& c : cases) {
+        const QueueBuildFailure f = QueueFailureClassifier::classify(exportFailure(c.error, c.error.description()), out);
+        EXPECT_FALSE(f.cancelled);
+        EXPECT_EQ(f.errorClass, c.cls) << c.error.description().toStdString();
+        EXPECT_EQ(f.halt, c.halt) << c.error.description().toStdString();
+        EXPECT_EQ(f.logFile, QStringLiteral("/logs/export.log"));
+    }
+    const QueueBuildFailure named = QueueFailureClassifier::classify(exportFailure(ExportError::destinationNotWritable(QStringLiteral("Books"))), out);
+    EXPECT_EQ(QueueHalt::text(*named.halt, named.haltFolder), QStringLiteral("Folivox can't save into “Books” — queue paused."));
+}
+
+TEST(QueueFailureClassifier, CancelsUsageAndFailuresBeforeTheExport)
+{
+    EXPECT_TRUE(QueueFailureClassifier::classify(BuildFailure::cancelled(), QStringLiteral("/out/B.m4b")).cancelled);
+    EXPECT_TRUE(QueueFailureClassifier::classify(exportFailure(ExportError::cancelled()), QStringLiteral("/out/B.m4b")).cancelled);
+
+    const QueueBuildFailure usage = QueueFailureClassifier::classify(BuildFailure::usage(QStringLiteral("bad -o")), QStringLiteral("/o"));
+    EXPECT_EQ(usage.errorClass, Class::permanent);
+    EXPECT_FALSE(usage.halt);
+    EXPECT_EQ(usage.message, QStringLiteral("bad -o"));
+
+    QTemporaryDir dir;
+    const QueueBuildFailure exists = QueueFailureClassifier::classify(
+        BuildFailure::failed(QStringLiteral("'/out/B.m4b' already exists")), dir.filePath(QStringLiteral("B.m4b")));
+    EXPECT_EQ(exists.errorClass, Class::permanent);
+    EXPECT_FALSE(exists.halt);
+
+    const QueueBuildFailure full = QueueFailureClassifier::classify(
+        BuildFailure::failed(QStringLiteral("cannot write the work file: No space left on device")), dir.filePath(QStringLiteral("B.m4b")));
+    EXPECT_EQ(full.halt, Reason::outOfSpace);
+
+    // Across a worker process the sorted failure keeps every field.
+    const QueueBuildFailure back = QueueBuildFailure::fromJson(full.toJson());
+    EXPECT_EQ(back.errorClass, Class::environment);
+    EXPECT_EQ(back.halt, Reason::outOfSpace);
+    EXPECT_EQ(back.message, full.message);
+}
+
+TEST(QueueFailureClassifier, ProgressIsKeptOnAPhaseChangeAtTheEndOrEveryHalfPercent)
+{
+    QueueProgressThrottle t;
+    EXPECT_TRUE(t.accept(QStringLiteral("Encoding"), 0.0));
+    EXPECT_FALSE(t.accept(QStringLiteral("Encoding"), 0.004));
+    EXPECT_TRUE(t.accept(QStringLiteral("Encoding"), 0.005));
+    EXPECT_FALSE(t.accept(QStringLiteral("Encoding"), 0.0099));
+    EXPECT_TRUE(t.accept(QStringLiteral("Encoding"), 0.010));
+    EXPECT_TRUE(t.accept(QStringLiteral("Writing metadata"), 0.010)); // new phase
+    EXPECT_FALSE(t.accept(QStringLiteral("Writing metadata"), 0.011));
+    EXPECT_TRUE(t.accept(QStringLiteral("Writing metadata"), 1.0)); // the end
+    t.reset();
+    EXPECT_TRUE(t.accept(QStringLiteral("Writing metadata"), 1.0));
+}
