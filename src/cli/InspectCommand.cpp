@@ -117,6 +117,16 @@ Inspection inspectOne(const QString& path, const LibavAudioInspector& inspector,
     return r;
 }
 
+// Keys the container writes for itself, which say nothing about the book.
+bool isContainerInternal(const QString& key)
+{
+    static const QStringList internal{QStringLiteral("handler_name"), QStringLiteral("vendor_id"),
+                                      QStringLiteral("major_brand"),  QStringLiteral("minor_version"),
+                                      QStringLiteral("compatible_brands"), QStringLiteral("itunsmpb"),
+                                      QStringLiteral("itunnorm")};
+    return internal.contains(key.toLower());
+}
+
 QJsonObject toJson(const Inspection& r)
 {
     QJsonObject o;
@@ -146,8 +156,10 @@ QJsonObject toJson(const Inspection& r)
     o.insert(QStringLiteral("format"), format);
 
     QJsonObject tags;
-    for (auto it = p.tags.constBegin(); it != p.tags.constEnd(); ++it)
-        tags.insert(it.key(), it.value());
+    for (auto it = p.tags.constBegin(); it != p.tags.constEnd(); ++it) {
+        if (!isContainerInternal(it.key()))
+            tags.insert(it.key(), it.value());
+    }
     o.insert(QStringLiteral("tags"), tags);
 
     QJsonArray chapters;
@@ -192,13 +204,12 @@ QString toText(const Inspection& r)
              .arg(f.bitrate ? QString::number(*f.bitrate / 1000) + QStringLiteral(" kb/s") : QStringLiteral("unknown"));
     t += QStringLiteral("  Duration:    %1 (%2 s)\n").arg(timestamp(f.duration), QString::asprintf("%.3f", f.duration));
     t += QStringLiteral("  Container:   %1\n").arg(p.container);
-    if (p.tags.isEmpty()) {
-        t += QStringLiteral("  Tags:        none\n");
-    } else {
-        t += QStringLiteral("  Tags:\n");
-        for (auto it = p.tags.constBegin(); it != p.tags.constEnd(); ++it)
-            t += QStringLiteral("    %1: %2\n").arg(it.key(), QString(it.value()).replace(u'\n', QStringLiteral(" / ")));
+    QString tagLines;
+    for (auto it = p.tags.constBegin(); it != p.tags.constEnd(); ++it) {
+        if (!isContainerInternal(it.key()))
+            tagLines += QStringLiteral("    %1: %2\n").arg(it.key(), QString(it.value()).replace(u'\n', QStringLiteral(" / ")));
     }
+    t += tagLines.isEmpty() ? QStringLiteral("  Tags:        none\n") : QStringLiteral("  Tags:\n") + tagLines;
     if (p.chapters.isEmpty()) {
         t += QStringLiteral("  Chapters:    none\n");
     } else {
