@@ -30,8 +30,8 @@ struct BuildPlan {
     QString outputPath;
     // True when a file stands at the output and the build would replace it.
     bool replacesExisting = false;
-    // The file the cover came from (given, a source's own picture, or an
-    // image beside the audio); empty without a cover.
+    // The file a cover was found in (a source's own picture, or an image
+    // beside the audio); empty for a cover the user gave, or none.
     QString coverSource;
     // Damaged MP3 sources, with their holes and the chapters they fall in.
     SourceDamage damage;

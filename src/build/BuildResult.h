@@ -29,8 +29,8 @@ struct BuildResult {
     double duration = 0;
     ExportSettings settings;
     QString logFile;
-    // The file the cover came from (given, a source's own picture, or an
-    // image beside the audio); empty without a cover.
+    // The file a cover was found in (a source's own picture, or an image
+    // beside the audio); empty for a cover the user gave, or none.
     QString coverSource;
     // Damaged MP3 sources, with their holes and the chapters they fall in.
     SourceDamage damage;

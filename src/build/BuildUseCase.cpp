@@ -310,14 +310,18 @@ BuildUseCase::Prepared BuildUseCase::prepare(const BuildRequest& request, const 
     prepared.metadata = BookTagMerger::merge(request.tags, tracks, fallbackTitle);
     // The cover: the one given, else the first track's own picture, else an
     // image beside the audio ("cover.jpg", "folder.png", "front.jpeg", ...).
+    // Only a cover Folivox found is named in the result: the user knows
+    // the one they gave.
     QByteArray cover = givenCover;
-    if (!cover.isEmpty()) {
-        prepared.coverSource = *request.coverPath;
-    } else if (cover = SourceCover::embedded(tracks.front().url.toLocalFile()); !cover.isEmpty()) {
-        prepared.coverSource = tracks.front().url.toLocalFile();
-    } else if (const auto beside = CoverFinder::inFolder(QFileInfo(tracks.front().url.toLocalFile()).absolutePath())) {
-        cover = beside->bytes;
-        prepared.coverSource = beside->source.toLocalFile();
+    if (cover.isEmpty()) {
+        const QString first = tracks.front().url.toLocalFile();
+        cover = SourceCover::embedded(first);
+        if (!cover.isEmpty()) {
+            prepared.coverSource = first;
+        } else if (const auto beside = CoverFinder::inFolder(QFileInfo(first).absolutePath())) {
+            cover = beside->bytes;
+            prepared.coverSource = beside->source.toLocalFile();
+        }
     }
     if (!cover.isEmpty())
         prepared.metadata.coverImageData = cover;
