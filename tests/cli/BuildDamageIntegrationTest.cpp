@@ -29,7 +29,16 @@ TEST(BuildDamage, DamagedMp3SourcesAreReportedWithTheirChaptersAndCanBeBuiltFrom
     QByteArray noise(16000, Qt::Uninitialized);
     for (char& c : noise)
         c = static_cast<char>(QRandomGenerator::global()->bounded(256) & 0x7f); // never a frame sync
-    bytes.insert(bytes.size() / 2, noise);
+    // At a frame boundary past the middle (a header followed by another one
+    // a frame later), so that no frame is cut and the hole is the noise alone.
+    qsizetype at = bytes.size() / 2;
+    const auto isHeader = [&bytes](qsizetype p) {
+        return p + 1 < bytes.size() && uchar(bytes[p]) == 0xFF && (uchar(bytes[p + 1]) & 0xE0) == 0xE0;
+    };
+    while (at < bytes.size() && !(isHeader(at) && (isHeader(at + 208) || isHeader(at + 209))))
+        ++at;
+    ASSERT_LT(at, bytes.size());
+    bytes.insert(at, noise);
     const QString damaged = dir.filePath(QStringLiteral("in/02 Damaged.mp3"));
     ASSERT_TRUE(Fixtures::writeFile(damaged, bytes));
 
