@@ -1,5 +1,7 @@
 #include "export/WatchedProcess.h"
 
+#include <QRegularExpression>
+
 #include "export/BinaryResolver.h"
 #include "export/ToolLaunchError.h"
 #include "platform/Log.h"
@@ -66,9 +68,26 @@ WatchedProcess::~WatchedProcess()
     finish();
 }
 
+QString WatchedProcess::commandLine(const QString& program, const QStringList& arguments)
+{
+    // Quoted as a POSIX shell reads it, so that the line can be pasted into a terminal.
+    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_./:=,+%@-]+$"));
+    const auto quoted = [](const QString& word) {
+        if (plain.match(word).hasMatch())
+            return word;
+        return u'\'' + QString(word).replace(u'\'', QStringLiteral("'\\''")) + u'\'';
+    };
+    QStringList words{quoted(program)};
+    for (const QString& a : arguments)
+        words << quoted(a);
+    return words.join(u' ');
+}
+
 QString WatchedProcess::launch(const QString& path)
 {
     process_->setProgram(path);
+    // The whole command, for the build's log and --verbose.
+    Log::write(logTag_, QStringLiteral("Command: ") + commandLine(path, process_->arguments()));
     process_->start();
     if (!process_->waitForStarted(-1)) {
         if (!isWrongArchitecture(*process_)) {

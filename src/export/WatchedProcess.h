@@ -29,6 +29,10 @@ public:
     // `tool` is the base name ("ffmpeg", "mp4tags"), used to find the other
     // architecture's binary and in messages; `logTag` prefixes log lines.
     WatchedProcess(QString tool, QStringList arguments, StandardOutput standardOutput, QString logTag);
+
+    // A program and its arguments as one line a POSIX shell reads back the
+    // same (words quoted where they need it).
+    static QString commandLine(const QString& program, const QStringList& arguments);
     // A child still running is killed and waited for; the reaper entry goes.
     ~WatchedProcess();
     WatchedProcess(const WatchedProcess&) = delete;

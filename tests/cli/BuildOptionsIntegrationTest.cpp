@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QJsonArray>
+#include <QStandardPaths>
 #include <QJsonDocument>
 #include <QTemporaryDir>
 
@@ -250,4 +251,15 @@ TEST_F(BuildOptions, SortGivenKeepsTheOrderOfTheCommandLine)
     const CommandRun sorted = folivox({QStringLiteral("build"), path(QStringLiteral("in/2.mp3")), path(QStringLiteral("in/1.mp3")),
                                        QStringLiteral("--dry-run"), QStringLiteral("--json"), QStringLiteral("-o"), path(QStringLiteral("x.m4b"))});
     EXPECT_TRUE(sorted.json().value(QStringLiteral("inputs")).toArray()[0].toString().endsWith(QStringLiteral("/1.mp3")));
+}
+
+// -v shows every child process's whole command line as it starts.
+TEST_F(BuildOptions, VerboseShowsEachChildsCommandLine)
+{
+    const CommandRun r = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), path(QStringLiteral("v.m4b")),
+                                  QStringLiteral("-v")});
+    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
+    const QString expected = QStringLiteral("Command: ") + QStandardPaths::findExecutable(QStringLiteral("ffmpeg")) + QStringLiteral(" ");
+    EXPECT_TRUE(r.errText().contains(expected)) << r.errText().left(2000).toStdString();
+    EXPECT_TRUE(r.errText().contains(path(QStringLiteral("in/1.mp3")))) << "the inputs are on the command lines";
 }
