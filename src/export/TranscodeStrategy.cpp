@@ -34,6 +34,23 @@ QString boolText(bool value)
     return value ? QStringLiteral("true") : QStringLiteral("false");
 }
 
+// The log lines every encode starts with: codec, what it is encoded to, and
+// how many jobs run at once.
+void logEncodingSetup(const FFmpegAudioEncoder::OutputSpec& spec, double referenceDuration, const QString& channels,
+                      const QString& sampleRate, int jobs)
+{
+    const bool heAAC = spec.codec == AudioCodec::heAAC;
+    Log::write(QStringLiteral("[Transcode] Codec=%1 isHEAAC=%2 referenceDuration=%3")
+                   .arg(enumName(spec.codec), boolText(heAAC), fixed(referenceDuration, 2)));
+    Log::write(QStringLiteral("[Transcode] Effective: bitrate=%1kbps channels=%2 sampleRate=%3 concurrency=%4")
+                   .arg(spec.bitrateKbps)
+                   .arg(channels, sampleRate)
+                   .arg(jobs));
+    Log::write((heAAC ? QStringLiteral("[Transcode] Using HE-AAC segment encoding + mux; concurrency=")
+                      : QStringLiteral("[Transcode] Using AAC-LC segment encoding; concurrency="))
+               + QString::number(jobs));
+}
+
 } // namespace
 
 TranscodeStrategy::TranscodeStrategy(std::shared_ptr<MetadataWritingService> metadataService,
@@ -105,16 +122,8 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeBook(const ExportContext
     const ConcurrencyPlan concurrency =
         ConcurrencyPlan::forMachine(std::max<int>(1, static_cast<int>(plan.segments.size())), context.parallelJobs);
     const bool heAAC = spec.codec == AudioCodec::heAAC;
-    Log::write(QStringLiteral("[Transcode] Codec=%1 isHEAAC=%2 referenceDuration=%3")
-                   .arg(enumName(spec.codec), boolText(heAAC), fixed(plan.totalDuration, 2)));
-    Log::write(QStringLiteral("[Transcode] Effective: bitrate=%1kbps channels=%2 sampleRate=%3 concurrency=%4")
-                   .arg(spec.bitrateKbps)
-                   .arg(spec.channels ? QString::number(*spec.channels) : QStringLiteral("source"))
-                   .arg(spec.sampleRate ? QString::number(*spec.sampleRate) : QStringLiteral("source"))
-                   .arg(concurrency.jobs));
-    Log::write((heAAC ? QStringLiteral("[Transcode] Using HE-AAC segment encoding + mux; concurrency=")
-                      : QStringLiteral("[Transcode] Using AAC-LC segment encoding; concurrency="))
-               + QString::number(concurrency.jobs));
+    logEncodingSetup(spec, plan.totalDuration, spec.channels ? QString::number(*spec.channels) : QStringLiteral("source"),
+                     spec.sampleRate ? QString::number(*spec.sampleRate) : QStringLiteral("source"), concurrency.jobs);
 
     // Encoding.
     context.throwIfCancelled();
@@ -260,16 +269,7 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeGapless(const ExportCont
     const int channels = spec.channels.value_or(2);
     const ConcurrencyPlan machine = ConcurrencyPlan::forMachine(std::numeric_limits<int>::max(), context.parallelJobs);
     const bool heAAC = spec.codec == AudioCodec::heAAC;
-    Log::write(QStringLiteral("[Transcode] Codec=%1 isHEAAC=%2 referenceDuration=%3")
-                   .arg(enumName(spec.codec), boolText(heAAC), fixed(chapterPlan.totalDuration, 2)));
-    Log::write(QStringLiteral("[Transcode] Effective: bitrate=%1kbps channels=%2 sampleRate=%3 concurrency=%4")
-                   .arg(spec.bitrateKbps)
-                   .arg(channels)
-                   .arg(rate)
-                   .arg(machine.jobs));
-    Log::write((heAAC ? QStringLiteral("[Transcode] Using HE-AAC segment encoding + mux; concurrency=")
-                      : QStringLiteral("[Transcode] Using AAC-LC segment encoding; concurrency="))
-               + QString::number(machine.jobs));
+    logEncodingSetup(spec, chapterPlan.totalDuration, QString::number(channels), QString::number(rate), machine.jobs);
 
     context.throwIfCancelled();
     progress(ExportPhase::encoding, 0);

@@ -2,6 +2,7 @@
 // atoms, channel count repair, and crashes in the middle of each.
 #include "MP4TestBoxes.h"
 #include "support/Fixtures.h"
+#include "support/KillAtPoint.h"
 #include "support/MediaReaders.h"
 
 #include "container/FastStartRelocator.h"
@@ -69,31 +70,6 @@ QStringList topLevelTypes(const QString& path)
     for (const auto& b : MP4BoxHeader::listTopLevel(f, f.size()))
         types << b.type;
     return types;
-}
-
-// Runs op in a child process that dies on the spot (no destructors, no
-// clean-up: as if killed) when it reaches the point `point` for the
-// `occurrence`-th time. Returns true when the child died there, false when
-// op finished without reaching it.
-bool killedAt(const QString& point, int occurrence, const std::function<void()>& op)
-{
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        int seen = 0;
-        FaultInjection::Scope hook([&](const QString& reached) {
-            if (reached == point && ++seen == occurrence)
-                ::_exit(42);
-        });
-        try {
-            op();
-        } catch (...) {
-            ::_exit(2);
-        }
-        ::_exit(3);
-    }
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 42;
 }
 
 class ContainerIntegrationTest : public ::testing::Test {

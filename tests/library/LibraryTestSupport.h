@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/KillAtPoint.h"
+
 // States and folders for the library tests: books whose tracks are real
 // (empty) files in the test's own folder, so "sources gone" can be made true.
 
@@ -58,30 +60,6 @@ inline BookStateDTO bookIn(const QString& folder, const QString& title, int trac
     }
     s.metadata.title = title;
     return s;
-}
-
-// Runs op in a child process that dies on the spot (as by kill -9: no
-// destructors, no clean-up) when it reaches `point` the `occurrence`-th
-// time. True when it died there.
-inline bool killedAt(const QString& point, int occurrence, const std::function<void()>& op)
-{
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        int seen = 0;
-        FaultInjection::Scope hook([&](const QString& reached) {
-            if (reached == point && ++seen == occurrence)
-                ::_exit(42);
-        });
-        try {
-            op();
-        } catch (...) {
-            ::_exit(2);
-        }
-        ::_exit(3);
-    }
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 42;
 }
 
 } // namespace folivox::test

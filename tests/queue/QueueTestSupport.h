@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/KillAtPoint.h"
+
 #include "container/FaultInjection.h"
 #include "queue/QueueJob.h"
 
@@ -41,29 +43,6 @@ inline QueueJob sampleJob(const QString& title, const QString& outputFolder = QS
     job.plannedBasename = title + QStringLiteral(".m4b");
     job.organizationContext.title = title;
     return job;
-}
-
-// Runs op in a child process that dies on the spot (as by kill -9: no
-// destructors, no clean-up) when it reaches fault point `point`. True when
-// it died there.
-inline bool killedAt(const QString& point, const std::function<void()>& op)
-{
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        FaultInjection::Scope hook([&](const QString& reached) {
-            if (reached == point)
-                ::_exit(42);
-        });
-        try {
-            op();
-        } catch (...) {
-            ::_exit(2);
-        }
-        ::_exit(3);
-    }
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 42;
 }
 
 } // namespace folivox::test
