@@ -19,13 +19,13 @@
 // runs. The target is at least 70% of cp's throughput.
 
 #include "core/ExportSettings.h"
-#include "export/DefaultExportService.h"
-#include "export/DefaultMetadataWritingService.h"
+#include "export/engine/DefaultExportService.h"
+#include "export/metadata/DefaultMetadataWritingService.h"
 #include "import/ImportCoordinator.h"
 #include "import/LibavAudioInspector.h"
 #include "platform/Log.h"
-#include "export/FFmpegWrapper.h"
-#include "export/ManualCancellationToken.h"
+#include "process/FFmpegWrapper.h"
+#include "process/ManualCancellationToken.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -28,7 +28,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
-#include "export/SlicePlanner.h"
+#include "export/strategies/SlicePlanner.h"
 
 namespace {
 

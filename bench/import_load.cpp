@@ -8,7 +8,7 @@
 // A third benchmark loads all 500 through AudioMetadataService, whose
 // one-second stream probe runs ffmpeg for every file, for reference.
 
-#include "export/FFmpegWrapper.h"
+#include "process/FFmpegWrapper.h"
 #include "import/AudioMetadataService.h"
 #include "import/FFprobeInspector.h"
 #include "import/LibavAudioInspector.h"

@@ -18,8 +18,8 @@
 #include "container/mp3/MP3FrameCopyWriter.h"
 #include "container/mp3/MP3FrameScanner.h"
 #include "container/mp3/MP3IntegrityService.h"
-#include "export/FFmpegWrapper.h"
-#include "export/ManualCancellationToken.h"
+#include "process/FFmpegWrapper.h"
+#include "process/ManualCancellationToken.h"
 #include "import/FileRepairService.h"
 
 #include <QCoreApplication>

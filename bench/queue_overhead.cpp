@@ -19,7 +19,7 @@
 #include "BenchSupport.h"
 
 #include "build/BuildUseCase.h"
-#include "export/ManualCancellationToken.h"
+#include "process/ManualCancellationToken.h"
 #include "queue/InProcessJobBuilder.h"
 #include "queue/QueueService.h"
 #include "queue/WorkerProcessJobBuilder.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/ExportError.h"
+#include "export/engine/ExportError.h"
 #include "platform/Error.h"
 
 #include <QJsonObject>

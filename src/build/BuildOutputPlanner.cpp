@@ -1,7 +1,7 @@
 #include "build/BuildOutputPlanner.h"
 
 #include "build/BuildFailure.h"
-#include "export/MultiFileExportStrategy.h"
+#include "export/strategies/MultiFileExportStrategy.h"
 #include "platform/L10n.h"
 
 #include <QDir>

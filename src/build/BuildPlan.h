@@ -2,7 +2,7 @@
 
 #include "build/BuildResult.h"
 #include "build/SourceDamage.h"
-#include "export/ExportDecision.h"
+#include "export/decision/ExportDecision.h"
 
 #include <QJsonObject>
 #include <QString>

@@ -2,7 +2,7 @@
 
 #include "build/SourceDamage.h"
 #include "core/ExportSettings.h"
-#include "export/ExportContext.h"
+#include "export/engine/ExportContext.h"
 
 #include <QJsonObject>
 #include <QString>

@@ -3,7 +3,7 @@
 #include "build/BuildPlan.h"
 #include "build/BuildRequest.h"
 #include "build/BuildResult.h"
-#include "export/CancellationToken.h"
+#include "process/CancellationToken.h"
 
 #include <QString>
 

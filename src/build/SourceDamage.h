@@ -4,7 +4,7 @@
 #include "container/mp3/MP3IntegrityReport.h"
 #include "core/Bookmark.h"
 #include "core/Track.h"
-#include "export/CancellationToken.h"
+#include "process/CancellationToken.h"
 
 #include <QJsonObject>
 #include <QString>

@@ -9,8 +9,8 @@
 #include "cli/Console.h"
 #include "cli/ProgressReporter.h"
 #include "cli/CancelOnSignal.h"
-#include "export/ExportPreset.h"
-#include "export/ManualCancellationToken.h"
+#include "export/settings/ExportPreset.h"
+#include "process/ManualCancellationToken.h"
 #include "platform/Log.h"
 
 #include <QCommandLineParser>

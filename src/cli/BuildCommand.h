@@ -5,7 +5,7 @@
 #include "core/BookMetadataPatch.h"
 #include "core/ExportSettings.h"
 #include "core/TrackSortMode.h"
-#include "export/ExportPreset.h"
+#include "export/settings/ExportPreset.h"
 
 #include <QList>
 #include <QString>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "cli/SignalCancellation.h"
-#include "export/ManualCancellationToken.h"
+#include "process/ManualCancellationToken.h"
 
 #include <memory>
 

@@ -8,8 +8,8 @@
 #include "cli/ProgressReporter.h"
 #include "cli/CancelOnSignal.h"
 #include "cli/Console.h"
-#include "export/FFmpegWrapper.h"
-#include "export/ManualCancellationToken.h"
+#include "process/FFmpegWrapper.h"
+#include "process/ManualCancellationToken.h"
 #include "platform/Error.h"
 
 #include <QColor>

@@ -4,7 +4,7 @@
 #include "cli/SignalCancellation.h"
 #include "container/mp3/MP3IntegrityError.h"
 #include "container/mp3/MP3IntegrityService.h"
-#include "export/FFmpegWrapper.h"
+#include "process/FFmpegWrapper.h"
 #include "import/FFprobeInspector.h"
 #include "import/InspectionError.h"
 #include "import/LibavAudioInspector.h"

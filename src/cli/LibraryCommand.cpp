@@ -5,7 +5,7 @@
 #include "cli/SignalCancellation.h"
 #include "core/JsonWriter.h"
 #include "core/SettingsFingerprint.h"
-#include "export/ManualCancellationToken.h"
+#include "process/ManualCancellationToken.h"
 #include "library/BookIdPrefix.h"
 #include "library/BuildStatus.h"
 #include "library/LibraryAdder.h"

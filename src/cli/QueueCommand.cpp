@@ -8,7 +8,7 @@
 #include "cli/Console.h"
 #include "cli/ProgressReporter.h"
 #include "cli/SignalCancellation.h"
-#include "export/ManualCancellationToken.h"
+#include "process/ManualCancellationToken.h"
 #include "library/LibraryLocation.h"
 #include "platform/Log.h"
 #include "queue/LibraryQueueBookSource.h"

@@ -1,6 +1,6 @@
 #include "import/AudioMetadataService.h"
 
-#include "export/FFmpegWrapper.h"
+#include "process/FFmpegWrapper.h"
 #include "import/AudioStreamProbe.h"
 #include "import/FFprobeInspector.h"
 #include "import/FileRepairService.h"

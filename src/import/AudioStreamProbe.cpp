@@ -1,7 +1,7 @@
 #include "import/AudioStreamProbe.h"
 
-#include "export/CancellationToken.h"
-#include "export/FFmpegWrapper.h"
+#include "process/CancellationToken.h"
+#include "process/FFmpegWrapper.h"
 #include "platform/Log.h"
 
 #include <QFileInfo>

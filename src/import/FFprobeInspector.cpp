@@ -1,6 +1,6 @@
 #include "import/FFprobeInspector.h"
 
-#include "export/FFmpegWrapper.h"
+#include "process/FFmpegWrapper.h"
 #include "import/FFprobeInspectionError.h"
 #include "platform/Log.h"
 

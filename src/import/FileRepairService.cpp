@@ -3,8 +3,8 @@
 #include "container/mp3/MP3FileBytes.h"
 #include "container/mp3/MP3FrameCopyWriter.h"
 #include "container/mp3/MP3FrameScanner.h"
-#include "export/CancellationToken.h"
-#include "export/FFmpegWrapper.h"
+#include "process/CancellationToken.h"
+#include "process/FFmpegWrapper.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
 

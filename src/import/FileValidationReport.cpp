@@ -1,6 +1,6 @@
 #include "import/FileValidationReport.h"
 
-#include "export/FFmpegWrapper.h"
+#include "process/FFmpegWrapper.h"
 #include "import/FFprobeInspector.h"
 
 #include <QFileInfo>

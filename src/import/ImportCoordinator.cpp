@@ -1,6 +1,6 @@
 #include "import/ImportCoordinator.h"
 
-#include "export/FFmpegWrapper.h"
+#include "process/FFmpegWrapper.h"
 #include "import/AudioMetadataService.h"
 #include "import/ImportChapterBuilder.h"
 #include "import/InspectionError.h"

@@ -3,7 +3,7 @@
 #include "core/Bookmark.h"
 #include "core/Track.h"
 #include "core/TrackSortMode.h"
-#include "export/CancellationToken.h"
+#include "process/CancellationToken.h"
 #include "import/ImportFinalizing.h"
 #include "import/ImportResult.h"
 

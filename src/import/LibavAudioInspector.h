@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/FormatProbe.h"
+#include "process/FormatProbe.h"
 #include "import/AudioSourceFormat.h"
 #include "import/MediaProbe.h"
 

@@ -1,6 +1,6 @@
 #include "import/VideoAudioExtractor.h"
 
-#include "export/FFmpegWrapper.h"
+#include "process/FFmpegWrapper.h"
 #include "import/InspectionError.h"
 #include "import/LibavAudioInspector.h"
 #include "platform/Log.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/CancellationToken.h"
+#include "process/CancellationToken.h"
 
 #include <QString>
 

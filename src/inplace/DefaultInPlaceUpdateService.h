@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/DefaultMetadataWritingService.h"
+#include "export/metadata/DefaultMetadataWritingService.h"
 #include "inplace/InPlaceTagWriter.h"
 #include "inplace/InPlaceUpdateService.h"
 

@@ -1,7 +1,7 @@
 #include "inplace/InPlaceTagWriter.h"
 
-#include "export/CoverImageProcessor.h"
-#include "export/MetadataItemBuilder.h"
+#include "export/metadata/CoverImageProcessor.h"
+#include "export/metadata/MetadataItemBuilder.h"
 #include "platform/Error.h"
 
 #include <QFile>

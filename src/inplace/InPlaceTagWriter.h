@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/BookMetadata.h"
-#include "export/FilePlacement.h"
+#include "export/engine/FilePlacement.h"
 #include "inplace/InPlaceSourceFormat.h"
 
 #include <QByteArray>

@@ -1,6 +1,6 @@
 #include "inplace/InPlaceUpdateController.h"
 
-#include "export/ExportError.h"
+#include "export/engine/ExportError.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 

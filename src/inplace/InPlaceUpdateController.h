@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/ManualCancellationToken.h"
+#include "process/ManualCancellationToken.h"
 #include "inplace/InPlaceBackupStore.h"
 #include "inplace/InPlaceUpdateService.h"
 

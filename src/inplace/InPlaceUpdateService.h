@@ -2,7 +2,7 @@
 
 #include "core/BookMetadata.h"
 #include "core/ChapterInfo.h"
-#include "export/CancellationToken.h"
+#include "process/CancellationToken.h"
 #include "inplace/InPlaceUpdateMode.h"
 
 #include <QList>

@@ -1,7 +1,7 @@
 #include "library/LibraryAdder.h"
 
 #include "core/BookStateDTO.h"
-#include "export/FFmpegWrapper.h"
+#include "process/FFmpegWrapper.h"
 #include "import/AudioMetadataService.h"
 #include "import/ImportCoordinator.h"
 #include "library/BookIdPrefix.h"

@@ -2,7 +2,7 @@
 
 #include "core/JsonReader.h"
 #include "core/JsonWriter.h"
-#include "export/MultiFileExportStrategy.h"
+#include "export/strategies/MultiFileExportStrategy.h"
 
 #include <QRegularExpression>
 

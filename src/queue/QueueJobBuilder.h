@@ -1,7 +1,7 @@
 #pragma once
 
 #include "build/BuildUseCase.h"
-#include "export/CancellationToken.h"
+#include "process/CancellationToken.h"
 #include "queue/QueueBuildOrder.h"
 
 #include <QString>

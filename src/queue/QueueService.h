@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/ManualCancellationToken.h"
+#include "process/ManualCancellationToken.h"
 #include "queue/QueueBookSource.h"
 #include "queue/QueueBuildFailure.h"
 #include "queue/QueueHalt.h"

@@ -1,6 +1,6 @@
 #include "queue/WorkerProcessJobBuilder.h"
 
-#include "export/ChildProcessReaper.h"
+#include "process/ChildProcessReaper.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 #include "queue/QueueWorkerProtocol.h"

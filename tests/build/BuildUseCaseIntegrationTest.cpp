@@ -2,7 +2,7 @@
 // files in, a real book out, no command line in between.
 #include "build/BuildFailure.h"
 #include "build/BuildUseCase.h"
-#include "export/ManualCancellationToken.h"
+#include "process/ManualCancellationToken.h"
 #include "support/Fixtures.h"
 #include "support/MediaReaders.h"
 

@@ -1,7 +1,7 @@
 #include "AudioFixtures.h"
 
-#include "export/FFmpegWrapper.h"
-#include "export/ManualCancellationToken.h"
+#include "process/FFmpegWrapper.h"
+#include "process/ManualCancellationToken.h"
 #include "import/AudioMetadataService.h"
 #include "import/AudioStreamProbe.h"
 #include "platform/AppPaths.h"

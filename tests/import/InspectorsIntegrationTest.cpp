@@ -1,7 +1,7 @@
 #include "AudioFixtures.h"
 
-#include "export/FFmpegWrapper.h"
-#include "export/FFmpegWrapperError.h"
+#include "process/FFmpegWrapper.h"
+#include "process/FFmpegWrapperError.h"
 #include "import/AudioSpecificConfig.h"
 #include "import/FFprobeInspectionError.h"
 #include "import/FFprobeInspector.h"

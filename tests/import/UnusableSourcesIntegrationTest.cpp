@@ -6,7 +6,7 @@
 #include "AudioFixtures.h"
 #include "FolivoxCli.h"
 
-#include "export/FFmpegWrapper.h"
+#include "process/FFmpegWrapper.h"
 #include "import/AudioMetadataService.h"
 #include "import/ImportCoordinator.h"
 

@@ -1,8 +1,8 @@
 #include "InPlaceTestBooks.h"
 
 #include "container/FaultInjection.h"
-#include "export/DefaultMetadataWritingService.h"
-#include "export/ManualCancellationToken.h"
+#include "export/metadata/DefaultMetadataWritingService.h"
+#include "process/ManualCancellationToken.h"
 #include "inplace/DefaultInPlaceUpdateService.h"
 #include "inplace/InPlaceBackupStore.h"
 #include "inplace/InPlaceUpdateController.h"

@@ -4,7 +4,7 @@
 #include "queue/QueueTestSupport.h"
 
 #include "build/BuildUseCase.h"
-#include "export/ManualCancellationToken.h"
+#include "process/ManualCancellationToken.h"
 #include "queue/InProcessJobBuilder.h"
 #include "queue/QueueController.h"
 #include "queue/QueueError.h"

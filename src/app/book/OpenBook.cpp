@@ -2,7 +2,7 @@
 
 #include "app/book/ChapterLayouts.h"
 #include "app/book/ChapterTimeline.h"
-#include "export/ManualCancellationToken.h"
+#include "process/ManualCancellationToken.h"
 #include "import/ImportCoordinator.h"
 #include "import/TrackOrdering.h"
 #include "library/BookTagsFinalizer.h"

@@ -10,7 +10,7 @@
 #include "core/ChapterViewModel.h"
 #include "core/ExportSettings.h"
 #include "core/TrackSortMode.h"
-#include "export/AudiobookSourceInfo.h"
+#include "export/settings/AudiobookSourceInfo.h"
 
 #include <QObject>
 #include <QStringList>

@@ -2,7 +2,7 @@
 
 #include "build/BuildFailure.h"
 #include "build/BuildUseCase.h"
-#include "export/ManualCancellationToken.h"
+#include "process/ManualCancellationToken.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 

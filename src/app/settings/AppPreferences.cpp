@@ -1,6 +1,6 @@
 #include "app/settings/AppPreferences.h"
 
-#include "export/ConcurrencyPlan.h"
+#include "export/strategies/ConcurrencyPlan.h"
 #include "platform/AppSettings.h"
 
 #include <QDir>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/ExportPreset.h"
+#include "export/settings/ExportPreset.h"
 
 #include <QString>
 

@@ -3,7 +3,7 @@
 #include "app/book/OpenBook.h"
 #include "app/views/CoverWell.h"
 #include "app/views/Ui.h"
-#include "export/CoverOptions.h"
+#include "export/settings/CoverOptions.h"
 #include "platform/L10n.h"
 
 #include <QCheckBox>

@@ -3,11 +3,11 @@
 #include "app/book/OpenBook.h"
 #include "app/views/Ui.h"
 #include "build/BuildOutputPlanner.h"
-#include "export/BitrateChoice.h"
-#include "export/BitrateOptionsCalculator.h"
-#include "export/ExportSettingsCapService.h"
-#include "export/PresetManager.h"
-#include "export/SampleRateOptionsService.h"
+#include "export/settings/BitrateChoice.h"
+#include "export/settings/BitrateOptionsCalculator.h"
+#include "export/settings/ExportSettingsCapService.h"
+#include "export/settings/PresetManager.h"
+#include "export/settings/SampleRateOptionsService.h"
 #include "platform/L10n.h"
 
 #include <QCheckBox>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "core/ExportSettings.h"
-#include "export/ExportPreset.h"
-#include "export/UserPresetStore.h"
+#include "export/settings/ExportPreset.h"
+#include "export/settings/UserPresetStore.h"
 #include "platform/AppSettings.h"
 
 #include <QUuid>

@@ -18,7 +18,7 @@
 #include "app/views/Ui.h"
 #include "build/BuildFailure.h"
 #include "build/BuildOutputPlanner.h"
-#include "export/EncoderCatalog.h"
+#include "process/EncoderCatalog.h"
 #include "import/ImportCoordinator.h"
 #include "platform/Error.h"
 #include "platform/L10n.h"

@@ -2,7 +2,7 @@
 
 #include "app/models/TimeText.h"
 #include "app/views/Ui.h"
-#include "export/ExportDecision.h"
+#include "export/decision/ExportDecision.h"
 #include "platform/L10n.h"
 
 #include <QDesktopServices>

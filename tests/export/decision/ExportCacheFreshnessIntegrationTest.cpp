@@ -1,10 +1,10 @@
 // The freshness pass against real files: ffmpeg makes them, ffmpeg -i reads
 // them back, and the files are changed on disk between two builds.
 
-#include "export/ExportDecisionService.h"
-#include "export/ExportPlanBuilder.h"
-#include "export/FFmpegWrapper.h"
-#include "export/SettingsNormalizer.h"
+#include "export/decision/ExportDecisionService.h"
+#include "export/decision/ExportPlanBuilder.h"
+#include "process/FFmpegWrapper.h"
+#include "export/decision/SettingsNormalizer.h"
 #include "platform/Log.h"
 #include "support/Fixtures.h"
 

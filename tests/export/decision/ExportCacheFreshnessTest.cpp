@@ -1,7 +1,7 @@
 #include "DecisionTestBooks.h"
 
-#include "export/ExportCacheFreshness.h"
-#include "export/ExportDecisionService.h"
+#include "export/decision/ExportCacheFreshness.h"
+#include "export/decision/ExportDecisionService.h"
 #include "platform/Log.h"
 #include "support/Fixtures.h"
 

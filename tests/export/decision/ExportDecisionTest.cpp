@@ -1,7 +1,7 @@
 #include "DecisionTestBooks.h"
 
-#include "export/ExportDecisionService.h"
-#include "export/ExportPlanBuilder.h"
+#include "export/decision/ExportDecisionService.h"
+#include "export/decision/ExportPlanBuilder.h"
 #include "platform/Log.h"
 
 #include <gtest/gtest.h>

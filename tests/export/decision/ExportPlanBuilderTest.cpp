@@ -1,6 +1,6 @@
 #include "DecisionTestBooks.h"
 
-#include "export/ExportPlanBuilder.h"
+#include "export/decision/ExportPlanBuilder.h"
 #include "platform/Log.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "export/FolderPassthroughRule.h"
+#include "export/decision/FolderPassthroughRule.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "export/SettingsNormalizer.h"
+#include "export/decision/SettingsNormalizer.h"
 #include "platform/Log.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "export/FFmpegEncodingStrategy.h"
-#include "export/SourceFileGroup.h"
+#include "export/decision/FFmpegEncodingStrategy.h"
+#include "export/decision/SourceFileGroup.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "export/ConcatList.h"
+#include "export/strategies/ConcatList.h"
 
 #include "platform/Error.h"
 #include "support/Fixtures.h"

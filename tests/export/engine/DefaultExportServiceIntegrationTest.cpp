@@ -2,12 +2,12 @@
 // audio that comes out, the chapter marks, and what a failed or cancelled
 // build leaves behind.
 #include "container/FaultInjection.h"
-#include "export/ChildProcessReaper.h"
-#include "export/DefaultExportService.h"
-#include "export/FFmpegAudioEncoder.h"
-#include "export/FFmpegWrapper.h"
-#include "export/ManualCancellationToken.h"
-#include "export/OutputLock.h"
+#include "process/ChildProcessReaper.h"
+#include "export/engine/DefaultExportService.h"
+#include "export/strategies/FFmpegAudioEncoder.h"
+#include "process/FFmpegWrapper.h"
+#include "process/ManualCancellationToken.h"
+#include "export/engine/OutputLock.h"
 #include "export/engine/EngineTestSupport.h"
 #include "platform/FileLock.h"
 #include "platform/Log.h"

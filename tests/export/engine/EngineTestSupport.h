@@ -7,8 +7,8 @@
 
 #include "core/Bookmark.h"
 #include "core/Track.h"
-#include "export/ExportContext.h"
-#include "export/MetadataWritingService.h"
+#include "export/engine/ExportContext.h"
+#include "export/metadata/MetadataWritingService.h"
 #include "platform/AppPaths.h"
 #include "platform/Error.h"
 #include "support/Fixtures.h"

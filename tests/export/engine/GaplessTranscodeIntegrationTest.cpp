@@ -1,9 +1,9 @@
 // Transcoded books with real ffmpeg, listened to sample by sample: the
 // book's length, where its chapter marks fall, and whether the joins of
 // files and of parallel slices can be heard.
-#include "export/DefaultExportService.h"
-#include "export/MP4GaplessTrim.h"
-#include "export/ManualCancellationToken.h"
+#include "export/engine/DefaultExportService.h"
+#include "export/strategies/MP4GaplessTrim.h"
+#include "process/ManualCancellationToken.h"
 #include "export/engine/EngineTestSupport.h"
 #include "platform/Log.h"
 #include "support/Fixtures.h"

@@ -1,11 +1,11 @@
 // Putting a finished book in the user's place, the lock that keeps two
 // builds off one output, and the sweep of what killed builds left beside it.
 #include "container/FaultInjection.h"
-#include "export/DestinationWritability.h"
-#include "export/ExportError.h"
-#include "export/ManualCancellationToken.h"
-#include "export/OutputLock.h"
-#include "export/OutputPlacement.h"
+#include "export/engine/DestinationWritability.h"
+#include "export/engine/ExportError.h"
+#include "process/ManualCancellationToken.h"
+#include "export/engine/OutputLock.h"
+#include "export/engine/OutputPlacement.h"
 #include "export/engine/EngineTestSupport.h"
 #include "platform/FileLock.h"
 #include "support/Fixtures.h"

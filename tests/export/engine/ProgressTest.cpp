@@ -1,6 +1,6 @@
-#include "export/ExportPhase.h"
-#include "export/ExportProgress.h"
-#include "export/ProgressCoalescer.h"
+#include "export/engine/ExportPhase.h"
+#include "export/engine/ExportProgress.h"
+#include "export/engine/ProgressCoalescer.h"
 #include "platform/L10n.h"
 
 #include <gtest/gtest.h>

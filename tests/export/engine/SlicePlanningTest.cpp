@@ -1,7 +1,7 @@
 // How the book's timeline is cut for the parallel encode: slices that tile
 // it, cuts on packet boundaries of one continuous encode, real-audio
 // margins, and work shared evenly enough among the jobs.
-#include "export/SlicePlanner.h"
+#include "export/strategies/SlicePlanner.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 // The map from a book's tags to iTunes items and mp4tags options, the error
 // texts, and cover preparation.
 #include "core/BookMetadata.h"
-#include "export/CoverImageProcessor.h"
-#include "export/DefaultMetadataWritingService.h"
-#include "export/MP4ArtService.h"
-#include "export/MP4TagsService.h"
-#include "export/MetadataItemBuilder.h"
-#include "export/MetadataWritingError.h"
+#include "export/metadata/CoverImageProcessor.h"
+#include "export/metadata/DefaultMetadataWritingService.h"
+#include "export/metadata/MP4ArtService.h"
+#include "export/metadata/MP4TagsService.h"
+#include "export/metadata/MetadataItemBuilder.h"
+#include "export/metadata/MetadataWritingError.h"
 
 #include <QBuffer>
 #include <QImage>

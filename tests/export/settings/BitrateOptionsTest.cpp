@@ -1,5 +1,5 @@
-#include "export/BitrateOptionsCalculator.h"
-#include "export/ExportSettingsCapService.h"
+#include "export/settings/BitrateOptionsCalculator.h"
+#include "export/settings/ExportSettingsCapService.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "export/UserPresetStore.h"
+#include "export/settings/UserPresetStore.h"
 
 #include "core/JsonReader.h"
 #include "platform/AppPaths.h"

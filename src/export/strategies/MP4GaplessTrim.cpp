@@ -1,0 +1,226 @@
+#include "export/strategies/MP4GaplessTrim.h"
+
+#include "container/MP4BoxTree.h"
+#include "container/MP4Bytes.h"
+#include "container/MP4MoovEditor.h"
+#include "container/MP4MoovReader.h"
+#include "platform/Error.h"
+
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace folivox {
+
+namespace {
+
+constexpr std::uint32_t fc(const char (&s)[5])
+{
+    return MP4Bytes::fourCC(s);
+}
+
+[[noreturn]] void fail(const QString& path, const QString& why)
+{
+    throw GenericError(QStringLiteral("Cannot set the gapless timing of ") + QFileInfo(path).fileName()
+                       + QStringLiteral(": ") + why);
+}
+
+MP4BoxTree::Node* audioTrak(MP4BoxTree::Node& moov)
+{
+    for (MP4BoxTree::Node& trak : moov.children) {
+        if (trak.type != fc("trak"))
+            continue;
+        MP4BoxTree::Node* hdlr = MP4BoxTree::find(trak, {fc("mdia"), fc("hdlr")});
+        if (hdlr && hdlr->payload.size() >= 12 && MP4Bytes::be32(hdlr->payload.constData() + 8) == fc("soun"))
+            return &trak;
+    }
+    return nullptr;
+}
+
+struct SttsEntry {
+    std::uint32_t count;
+    std::uint32_t delta;
+};
+
+std::vector<SttsEntry> readStts(const QByteArray& p)
+{
+    std::vector<SttsEntry> entries;
+    if (p.size() < 8)
+        return entries;
+    const std::uint32_t n = MP4Bytes::be32(p.constData() + 4);
+    for (std::uint32_t i = 0; i < n && 8 + 8 * qsizetype(i) + 8 <= p.size(); ++i)
+        entries.push_back({MP4Bytes::be32(p.constData() + 8 + 8 * i), MP4Bytes::be32(p.constData() + 12 + 8 * i)});
+    return entries;
+}
+
+QByteArray writeStts(const std::vector<SttsEntry>& entries)
+{
+    QByteArray p = MP4Bytes::be32Bytes(0) + MP4Bytes::be32Bytes(std::uint32_t(entries.size()));
+    for (const SttsEntry& e : entries)
+        p += MP4Bytes::be32Bytes(e.count) + MP4Bytes::be32Bytes(e.delta);
+    return p;
+}
+
+// Timescale and duration of an mvhd/mdhd payload (version 0 or 1).
+std::uint32_t headerTimescale(const QByteArray& p)
+{
+    return p.at(0) == 1 ? MP4Bytes::be32(p.constData() + 20) : MP4Bytes::be32(p.constData() + 12);
+}
+
+void setHeaderDuration(QByteArray& p, std::uint64_t duration, int offset0, int offset1)
+{
+    if (p.at(0) == 1) {
+        MP4Bytes::put64(p.data() + offset1, duration);
+    } else {
+        MP4Bytes::put32(p.data() + offset0, duration > std::numeric_limits<std::uint32_t>::max()
+                                                ? std::numeric_limits<std::uint32_t>::max()
+                                                : std::uint32_t(duration));
+    }
+}
+
+QByteArray elstPayload(std::uint64_t segmentDuration, std::int64_t mediaTime)
+{
+    const bool wide = segmentDuration > std::numeric_limits<std::uint32_t>::max();
+    QByteArray p = MP4Bytes::be32Bytes(wide ? 0x01000000u : 0u) + MP4Bytes::be32Bytes(1);
+    if (wide)
+        p += MP4Bytes::be64Bytes(segmentDuration) + MP4Bytes::be64Bytes(std::uint64_t(mediaTime));
+    else
+        p += MP4Bytes::be32Bytes(std::uint32_t(segmentDuration)) + MP4Bytes::be32Bytes(std::uint32_t(mediaTime));
+    p += MP4Bytes::be32Bytes(0x00010000u); // media rate 1.0
+    return p;
+}
+
+MP4BoxTree::Node freeform(const QString& name, const QString& text)
+{
+    MP4BoxTree::Node item = MP4BoxTree::Node::container(fc("----"));
+    item.append(MP4BoxTree::Node::leaf(fc("mean"), MP4Bytes::be32Bytes(0) + QByteArray("com.apple.iTunes")));
+    item.append(MP4BoxTree::Node::leaf(fc("name"), MP4Bytes::be32Bytes(0) + name.toUtf8()));
+    item.append(MP4BoxTree::Node::leaf(fc("data"), MP4Bytes::be32Bytes(1) + MP4Bytes::be32Bytes(0) + text.toUtf8()));
+    return item;
+}
+
+bool isSmpb(const MP4BoxTree::Node& node)
+{
+    if (node.type != fc("----"))
+        return false;
+    const MP4BoxTree::Node* name = node.child(fc("name"));
+    return name && name->payload.mid(4) == "iTunSMPB";
+}
+
+} // namespace
+
+QString MP4GaplessTrim::smpbText(std::int64_t priming, std::int64_t padding, std::int64_t samples)
+{
+    return QString::asprintf(" 00000000 %08X %08X %016llX 00000000 00000000 00000000 00000000 00000000 00000000 "
+                             "00000000 00000000",
+                             unsigned(priming), unsigned(padding), static_cast<unsigned long long>(samples));
+}
+
+MP4GaplessTrim::Layout MP4GaplessTrim::read(const QString& path)
+{
+    MP4MoovReader::MoovBuffer buffer = MP4MoovReader::read(path);
+    MP4BoxTree::Node moov = MP4BoxTree::parse(buffer.data);
+    MP4BoxTree::Node* trak = audioTrak(moov);
+    if (!trak)
+        fail(path, QStringLiteral("no audio track"));
+    const MP4BoxTree::Node* stts = MP4BoxTree::find(*trak, {fc("mdia"), fc("minf"), fc("stbl"), fc("stts")});
+    const MP4BoxTree::Node* mdhd = MP4BoxTree::find(*trak, {fc("mdia"), fc("mdhd")});
+    if (!stts || !mdhd)
+        fail(path, QStringLiteral("no sample table"));
+    Layout layout;
+    layout.timescale = headerTimescale(mdhd->payload);
+    const auto entries = readStts(stts->payload);
+    if (entries.empty())
+        fail(path, QStringLiteral("no samples"));
+    layout.framing.frameSize = int(entries.front().delta);
+    for (const SttsEntry& e : entries) {
+        layout.packets += e.count;
+        layout.mediaSamples += std::int64_t(e.count) * e.delta;
+    }
+    layout.framing.priming = 0;
+    if (const MP4BoxTree::Node* elst = MP4BoxTree::find(*trak, {fc("edts"), fc("elst")})) {
+        const QByteArray& p = elst->payload;
+        const bool wide = p.size() > 0 && p.at(0) == 1;
+        // The first entry that is not an empty edit gives the priming.
+        const std::uint32_t n = p.size() >= 8 ? MP4Bytes::be32(p.constData() + 4) : 0;
+        for (std::uint32_t i = 0; i < n; ++i) {
+            const int at = 8 + int(i) * (wide ? 20 : 12);
+            if (at + (wide ? 20 : 12) > p.size())
+                break;
+            const std::int64_t mediaTime = wide ? std::int64_t(MP4Bytes::be64(p.constData() + at + 8))
+                                                : std::int32_t(MP4Bytes::be32(p.constData() + at + 4));
+            if (mediaTime >= 0) {
+                layout.framing.priming = int(mediaTime);
+                break;
+            }
+        }
+    }
+    return layout;
+}
+
+void MP4GaplessTrim::apply(const QString& path, std::int64_t priming, std::int64_t samples)
+{
+    MP4MoovEditor::edit(path, [&](MP4BoxTree::Node& moov) {
+        MP4BoxTree::Node* trak = audioTrak(moov);
+        MP4BoxTree::Node* mvhd = moov.child(fc("mvhd"));
+        MP4BoxTree::Node* tkhd = trak ? trak->child(fc("tkhd")) : nullptr;
+        MP4BoxTree::Node* mdhd = trak ? MP4BoxTree::find(*trak, {fc("mdia"), fc("mdhd")}) : nullptr;
+        MP4BoxTree::Node* stts = trak ? MP4BoxTree::find(*trak, {fc("mdia"), fc("minf"), fc("stbl"), fc("stts")}) : nullptr;
+        if (!mvhd || !tkhd || !mdhd || !stts)
+            fail(path, QStringLiteral("no audio track"));
+
+        // The last packet keeps only the real samples it holds.
+        std::vector<SttsEntry> entries = readStts(stts->payload);
+        std::int64_t media = 0;
+        for (const SttsEntry& e : entries)
+            media += std::int64_t(e.count) * e.delta;
+        const std::int64_t wanted = priming + samples;
+        const std::int64_t excess = media - wanted;
+        if (entries.empty() || excess < 0 || excess >= std::int64_t(entries.back().delta))
+            fail(path, QStringLiteral("its packets hold %1 samples, not %2 (priming %3)")
+                           .arg(media)
+                           .arg(wanted)
+                           .arg(priming));
+        if (excess > 0) {
+            SttsEntry last = entries.back();
+            entries.pop_back();
+            if (last.count > 1)
+                entries.push_back({last.count - 1, last.delta});
+            entries.push_back({1, std::uint32_t(last.delta - excess)});
+        }
+        stts->payload = writeStts(entries);
+
+        const std::uint32_t mediaScale = headerTimescale(mdhd->payload);
+        const std::uint32_t movieScale = headerTimescale(mvhd->payload);
+        if (mediaScale == 0 || movieScale == 0)
+            fail(path, QStringLiteral("no timescale"));
+        const auto presented = std::uint64_t(std::llround(double(samples) * movieScale / mediaScale));
+        // mdhd/mvhd: duration at 16 (v0) or 24 (v1); tkhd at 20 or 28.
+        setHeaderDuration(mdhd->payload, std::uint64_t(wanted), 16, 24);
+        setHeaderDuration(mvhd->payload, presented, 16, 24);
+        setHeaderDuration(tkhd->payload, presented, 20, 28);
+
+        MP4BoxTree::Node& edts = trak->ensureChild(fc("edts"));
+        edts.children.clear();
+        edts.append(MP4BoxTree::Node::leaf(fc("elst"), elstPayload(presented, priming)));
+        // edts belongs right after tkhd.
+        for (std::size_t i = 0; i < trak->children.size(); ++i) {
+            if (trak->children[i].type == fc("edts") && i != 1 && trak->children.size() > 1) {
+                MP4BoxTree::Node moved = std::move(trak->children[i]);
+                trak->children.erase(trak->children.begin() + std::ptrdiff_t(i));
+                trak->children.insert(trak->children.begin() + 1, std::move(moved));
+                break;
+            }
+        }
+
+        MP4BoxTree::Node& ilst = MP4BoxTree::ensureIlst(moov);
+        ilst.children.erase(std::remove_if(ilst.children.begin(), ilst.children.end(), isSmpb), ilst.children.end());
+        ilst.append(freeform(QStringLiteral("iTunSMPB"), smpbText(priming, excess, samples)));
+        return true;
+    });
+}
+
+} // namespace folivox
