@@ -7,9 +7,9 @@
 //
 // The media is a sparse hole of 2 GB, so the figures are those of the moov
 // work alone, which is what a tag edit costs.
-#include "container/MP4Bytes.h"
-#include "container/MP4LanguageAtomWriter.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/MP4Bytes.h"
+#include "container/mp4/MP4LanguageAtomWriter.h"
+#include "container/mp4/MP4MoovReader.h"
 
 #include <QByteArray>
 #include <QCoreApplication>

@@ -13,9 +13,9 @@
 //     the relocated book is on disk under its name; the kernel's freeing of
 //     the replaced file's blocks goes on in the background after that.
 // Each is run three times; the best run counts.
-#include "container/FastStartRelocator.h"
-#include "container/FaultInjection.h"
-#include "container/MP4Bytes.h"
+#include "container/mp4/FastStartRelocator.h"
+#include "container/io/FaultInjection.h"
+#include "container/mp4/MP4Bytes.h"
 
 #include <QCoreApplication>
 #include <QDir>

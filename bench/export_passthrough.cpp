@@ -18,11 +18,11 @@
 // The generated book is kept in <temp>/folivox-bench-passthrough between
 // runs. The target is at least 70% of cp's throughput.
 
-#include "core/ExportSettings.h"
+#include "core/settings/ExportSettings.h"
 #include "export/engine/DefaultExportService.h"
 #include "export/metadata/DefaultMetadataWritingService.h"
 #include "import/ImportCoordinator.h"
-#include "import/LibavAudioInspector.h"
+#include "import/probe/LibavAudioInspector.h"
 #include "platform/Log.h"
 #include "process/FFmpegWrapper.h"
 #include "process/ManualCancellationToken.h"

@@ -9,9 +9,9 @@
 // one-second stream probe runs ffmpeg for every file, for reference.
 
 #include "process/FFmpegWrapper.h"
-#include "import/AudioMetadataService.h"
-#include "import/FFprobeInspector.h"
-#include "import/LibavAudioInspector.h"
+#include "import/probe/AudioMetadataService.h"
+#include "import/probe/FFprobeInspector.h"
+#include "import/probe/LibavAudioInspector.h"
 
 #include <QCoreApplication>
 #include <QDir>

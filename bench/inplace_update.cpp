@@ -13,7 +13,7 @@
 
 #include "BenchSupport.h"
 
-#include "container/FileRangeCopier.h"
+#include "container/io/FileRangeCopier.h"
 #include "inplace/InPlaceBackupStore.h"
 
 #include <QCoreApplication>

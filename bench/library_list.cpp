@@ -11,7 +11,7 @@
 
 #include "BenchSupport.h"
 
-#include "core/BookStateDTO.h"
+#include "core/book/BookStateDTO.h"
 #include "library/LibraryPersistence.h"
 #include "library/LibraryStore.h"
 

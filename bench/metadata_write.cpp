@@ -14,9 +14,9 @@
 // processes sent towards storage (getrusage's block output of the reaped
 // children); "bytes changed" compares the book with a sparse copy made
 // before the run.
-#include "container/MP4BoxTree.h"
-#include "container/MP4Bytes.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4Bytes.h"
+#include "container/mp4/MP4MoovReader.h"
 
 #include <QByteArray>
 #include <QCoreApplication>

@@ -10,7 +10,7 @@
 // texts come from its caches. The "listings" counter is the number of folder
 // listings made per discovery.
 
-#include "sidecars/SidecarDiscoveryService.h"
+#include "sidecars/discovery/SidecarDiscoveryService.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -5,10 +5,10 @@
 // few file names, and the result goes through both validations. Parsers must
 // never throw, and every chapter they return must keep the format's limits.
 
-#include "sidecars/SidecarParser.h"
-#include "sidecars/SidecarTextDecoder.h"
-#include "sidecars/SidecarTextRules.h"
-#include "sidecars/SidecarValidationService.h"
+#include "sidecars/parsers/SidecarParser.h"
+#include "sidecars/parsers/SidecarTextDecoder.h"
+#include "sidecars/parsers/SidecarTextRules.h"
+#include "sidecars/apply/SidecarValidationService.h"
 
 #include <QByteArray>
 #include <QUrl>

@@ -1,6 +1,6 @@
 // libFuzzer target: AudacityLabelsParser on arbitrary bytes. Built and run by run-sidecar-fuzz.sh.
 #include "SidecarFuzzCommon.h"
-#include "sidecars/AudacityLabelsParser.h"
+#include "sidecars/parsers/AudacityLabelsParser.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

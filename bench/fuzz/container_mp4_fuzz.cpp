@@ -1,15 +1,15 @@
 // Fuzzes the MP4 reading side: header decoding, the top-level listing, moov
 // loading and rewrite planning on a file, and the in-memory walks of the
 // patchers and the box tree over whatever moov comes out.
-#include "container/MP4BoxHeader.h"
-#include "container/MP4BoxTree.h"
-#include "container/MP4ChapterTrackLanguagePatcher.h"
-#include "container/MP4ChunkOffsets.h"
-#include "container/MP4File.h"
-#include "container/MP4LanguageAtomWriter.h"
-#include "container/MP4MoovReader.h"
-#include "container/MP4MoovRewriter.h"
-#include "container/MP4StsdChannelPatcher.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4ChapterTrackLanguagePatcher.h"
+#include "container/mp4/MP4ChunkOffsets.h"
+#include "container/mp4/MP4File.h"
+#include "container/mp4/MP4LanguageAtomWriter.h"
+#include "container/mp4/MP4MoovReader.h"
+#include "container/mp4/MP4MoovRewriter.h"
+#include "container/mp4/MP4StsdChannelPatcher.h"
 #include "platform/Error.h"
 
 #include <QByteArray>

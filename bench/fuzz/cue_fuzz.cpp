@@ -1,6 +1,6 @@
 // libFuzzer target: CueParser on arbitrary bytes. Built and run by run-sidecar-fuzz.sh.
 #include "SidecarFuzzCommon.h"
-#include "sidecars/CueParser.h"
+#include "sidecars/parsers/CueParser.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -1,6 +1,6 @@
 // libFuzzer target: FFMetadataParser on arbitrary bytes. Built and run by run-sidecar-fuzz.sh.
 #include "SidecarFuzzCommon.h"
-#include "sidecars/FFMetadataParser.h"
+#include "sidecars/parsers/FFMetadataParser.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -1,6 +1,6 @@
 // libFuzzer target: MkvSimpleChaptersParser on arbitrary bytes. Built and run by run-sidecar-fuzz.sh.
 #include "SidecarFuzzCommon.h"
-#include "sidecars/MkvSimpleChaptersParser.h"
+#include "sidecars/parsers/MkvSimpleChaptersParser.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

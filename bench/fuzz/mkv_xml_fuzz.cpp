@@ -1,6 +1,6 @@
 // libFuzzer target: MkvXMLChaptersParser on arbitrary bytes. Built and run by run-sidecar-fuzz.sh.
 #include "SidecarFuzzCommon.h"
-#include "sidecars/MkvXMLChaptersParser.h"
+#include "sidecars/parsers/MkvXMLChaptersParser.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -1,6 +1,6 @@
 // libFuzzer target: SimpleTextParser on arbitrary bytes. Built and run by run-sidecar-fuzz.sh.
 #include "SidecarFuzzCommon.h"
-#include "sidecars/SimpleTextParser.h"
+#include "sidecars/parsers/SimpleTextParser.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -2,8 +2,8 @@
 // the way a folder scan sees a file (its first 500 bytes, decoded with repair)
 // and the way discovery then reads it whole. Built by run-sidecar-fuzz.sh.
 #include "SidecarFuzzCommon.h"
-#include "sidecars/SidecarParserRegistry.h"
-#include "sidecars/SidecarSniffer.h"
+#include "sidecars/parsers/SidecarParserRegistry.h"
+#include "sidecars/parsers/SidecarSniffer.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -1,7 +1,7 @@
 #include "build/BuildPlan.h"
 
-#include "core/JsonSeconds.h"
-#include "core/EnumNames.h"
+#include "core/json/JsonSeconds.h"
+#include "core/json/EnumNames.h"
 
 #include <QJsonArray>
 

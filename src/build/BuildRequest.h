@@ -1,9 +1,9 @@
 #pragma once
 
 #include "build/ImportedBook.h"
-#include "core/BookMetadataPatch.h"
-#include "core/ExportSettings.h"
-#include "core/TrackSortMode.h"
+#include "core/book/BookMetadataPatch.h"
+#include "core/settings/ExportSettings.h"
+#include "core/book/TrackSortMode.h"
 
 #include <QString>
 #include <QStringList>

@@ -1,6 +1,6 @@
 #include "build/BuildResult.h"
 
-#include "core/JsonSeconds.h"
+#include "core/json/JsonSeconds.h"
 
 #include <QJsonArray>
 

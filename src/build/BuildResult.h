@@ -1,7 +1,7 @@
 #pragma once
 
 #include "build/SourceDamage.h"
-#include "core/ExportSettings.h"
+#include "core/settings/ExportSettings.h"
 #include "export/engine/ExportContext.h"
 
 #include <QJsonObject>

@@ -16,15 +16,15 @@
 #include "export/engine/UserFacingError.h"
 #include "import/FileRepairService.h"
 #include "import/ImportCoordinator.h"
-#include "import/LibavAudioInspector.h"
+#include "import/probe/LibavAudioInspector.h"
 #include "library/CoverFinder.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
-#include "sidecars/SidecarAutoApply.h"
-#include "sidecars/SidecarChapterFitter.h"
-#include "sidecars/SidecarDiscoveryService.h"
-#include "sidecars/SidecarParserRegistry.h"
+#include "sidecars/apply/SidecarAutoApply.h"
+#include "sidecars/apply/SidecarChapterFitter.h"
+#include "sidecars/discovery/SidecarDiscoveryService.h"
+#include "sidecars/parsers/SidecarParserRegistry.h"
 
 #include <QDir>
 #include <QFile>

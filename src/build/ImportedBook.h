@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/BookMetadata.h"
-#include "core/Bookmark.h"
-#include "core/Track.h"
+#include "core/book/BookMetadata.h"
+#include "core/book/Bookmark.h"
+#include "core/book/Track.h"
 
 #include <QJsonObject>
 

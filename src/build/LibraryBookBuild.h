@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/BuildRecord.h"
+#include "core/book/BuildRecord.h"
 #include "library/BookBuildInputs.h"
 
 #include <QString>

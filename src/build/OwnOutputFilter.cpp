@@ -1,7 +1,7 @@
 #include "build/OwnOutputFilter.h"
 
-#include "container/MP4BoxTree.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4MoovReader.h"
 #include "import/ImportCoordinator.h"
 #include "tools/IlstEditor.h"
 

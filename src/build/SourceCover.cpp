@@ -1,8 +1,8 @@
 #include "build/SourceCover.h"
 
-#include "container/MP4BoxTree.h"
-#include "container/MP4MoovReader.h"
-#include "import/LibavAudioInspector.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4MoovReader.h"
+#include "import/probe/LibavAudioInspector.h"
 #include "tools/IlstEditor.h"
 
 #include <QFileInfo>

@@ -2,8 +2,8 @@
 
 #include "container/mp3/ChapterDamageHole.h"
 #include "container/mp3/MP3IntegrityReport.h"
-#include "core/Bookmark.h"
-#include "core/Track.h"
+#include "core/book/Bookmark.h"
+#include "core/book/Track.h"
 #include "process/CancellationToken.h"
 
 #include <QJsonObject>

@@ -1,15 +1,15 @@
 #include "cli/ChaptersCommand.h"
 
-#include "core/JsonSeconds.h"
+#include "core/json/JsonSeconds.h"
 
 #include "cli/Console.h"
-#include "import/LibavAudioInspector.h"
+#include "import/probe/LibavAudioInspector.h"
 #include "platform/Error.h"
-#include "sidecars/SidecarChapterFitter.h"
-#include "sidecars/SidecarDiscoveryService.h"
-#include "sidecars/SidecarMatchingService.h"
-#include "sidecars/SidecarParserRegistry.h"
-#include "sidecars/SidecarValidationService.h"
+#include "sidecars/apply/SidecarChapterFitter.h"
+#include "sidecars/discovery/SidecarDiscoveryService.h"
+#include "sidecars/discovery/SidecarMatchingService.h"
+#include "sidecars/parsers/SidecarParserRegistry.h"
+#include "sidecars/apply/SidecarValidationService.h"
 
 #include <QCommandLineParser>
 #include <QFileInfo>

@@ -5,9 +5,9 @@
 #include "container/mp3/MP3IntegrityError.h"
 #include "container/mp3/MP3IntegrityService.h"
 #include "process/FFmpegWrapper.h"
-#include "import/FFprobeInspector.h"
-#include "import/InspectionError.h"
-#include "import/LibavAudioInspector.h"
+#include "import/probe/FFprobeInspector.h"
+#include "import/probe/InspectionError.h"
+#include "import/probe/LibavAudioInspector.h"
 #include "import/TrackLoadOutcome.h"
 #include "platform/Log.h"
 

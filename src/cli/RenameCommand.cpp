@@ -3,8 +3,8 @@
 #include "chapters/BatchRenameService.h"
 #include "cli/Console.h"
 #include "platform/Error.h"
-#include "sidecars/SidecarDiscoveryService.h"
-#include "sidecars/SidecarTextRules.h"
+#include "sidecars/discovery/SidecarDiscoveryService.h"
+#include "sidecars/parsers/SidecarTextRules.h"
 
 #include <QCommandLineParser>
 #include <QJsonArray>

@@ -1,6 +1,6 @@
 #include "cli/SignalCancellation.h"
 
-#include "container/FaultInjection.h"
+#include "container/io/FaultInjection.h"
 #include "platform/Log.h"
 
 #include <QByteArray>

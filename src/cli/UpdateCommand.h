@@ -1,7 +1,7 @@
 #pragma once
 
 #include "cli/Command.h"
-#include "core/BookMetadataPatch.h"
+#include "core/book/BookMetadataPatch.h"
 
 #include <QString>
 #include <QStringList>

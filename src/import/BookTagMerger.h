@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/BookMetadata.h"
-#include "core/BookMetadataPatch.h"
-#include "core/Track.h"
+#include "core/book/BookMetadata.h"
+#include "core/book/BookMetadataPatch.h"
+#include "core/book/Track.h"
 
 #include <QString>
 

@@ -1,7 +1,7 @@
 #include "import/FileValidationReport.h"
 
 #include "process/FFmpegWrapper.h"
-#include "import/FFprobeInspector.h"
+#include "import/probe/FFprobeInspector.h"
 
 #include <QFileInfo>
 #include <QJsonArray>

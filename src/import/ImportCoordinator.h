@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/Bookmark.h"
-#include "core/Track.h"
-#include "core/TrackSortMode.h"
+#include "core/book/Bookmark.h"
+#include "core/book/Track.h"
+#include "core/book/TrackSortMode.h"
 #include "process/CancellationToken.h"
 #include "import/ImportFinalizing.h"
 #include "import/ImportResult.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/Bookmark.h"
-#include "core/Track.h"
+#include "core/book/Bookmark.h"
+#include "core/book/Track.h"
 #include "import/ImportAlert.h"
 #include "import/ImportReport.h"
 #include "import/TrackLoadOutcome.h"

@@ -1,6 +1,6 @@
 #include "import/TrackBuilder.h"
 
-#include "core/TagTextRepair.h"
+#include "core/book/TagTextRepair.h"
 
 #include <QFileInfo>
 #include <QRegularExpression>

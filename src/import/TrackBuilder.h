@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/Track.h"
-#include "import/AudioSourceFormat.h"
-#include "import/MediaProbe.h"
+#include "core/book/Track.h"
+#include "import/probe/AudioSourceFormat.h"
+#include "import/probe/MediaProbe.h"
 
 #include <QList>
 #include <QString>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/SeriesIndex.h"
-#include "core/Track.h"
-#include "core/TrackSortMode.h"
+#include "core/book/SeriesIndex.h"
+#include "core/book/Track.h"
+#include "core/book/TrackSortMode.h"
 
 #include <QCollator>
 #include <QString>

@@ -1,8 +1,8 @@
 #include "inplace/InPlaceBackupStore.h"
 
-#include "container/FaultInjection.h"
-#include "container/FileRangeCopier.h"
-#include "container/MP4File.h"
+#include "container/io/FaultInjection.h"
+#include "container/io/FileRangeCopier.h"
+#include "container/mp4/MP4File.h"
 #include "inplace/InPlaceUpdateError.h"
 #include "platform/AppPaths.h"
 #include "platform/Log.h"

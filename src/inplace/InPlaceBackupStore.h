@@ -1,6 +1,6 @@
 #pragma once
 
-#include "container/SafeFileReplace.h"
+#include "container/io/SafeFileReplace.h"
 #include "inplace/InPlaceUpdateMode.h"
 
 #include <QDateTime>

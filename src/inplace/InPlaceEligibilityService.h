@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/ChapterSnapshot.h"
+#include "core/chapters/ChapterSnapshot.h"
 #include "inplace/InPlaceEligibility.h"
 
 #include <QList>

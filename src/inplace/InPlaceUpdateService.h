@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/BookMetadata.h"
-#include "core/ChapterInfo.h"
+#include "core/book/BookMetadata.h"
+#include "core/chapters/ChapterInfo.h"
 #include "process/CancellationToken.h"
 #include "inplace/InPlaceUpdateMode.h"
 

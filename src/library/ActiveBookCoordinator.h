@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/BookStateDTO.h"
-#include "core/BuildRecord.h"
-#include "core/ExportSettings.h"
+#include "core/book/BookStateDTO.h"
+#include "core/book/BuildRecord.h"
+#include "core/settings/ExportSettings.h"
 
 #include <QDateTime>
 #include <QList>

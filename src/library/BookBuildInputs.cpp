@@ -1,6 +1,6 @@
 #include "library/BookBuildInputs.h"
 
-#include "core/SettingsFingerprint.h"
+#include "core/settings/SettingsFingerprint.h"
 
 #include <QFileInfo>
 

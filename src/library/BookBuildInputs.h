@@ -1,11 +1,11 @@
 #pragma once
 
-#include "core/BookMetadata.h"
-#include "core/BookStateDTO.h"
-#include "core/Bookmark.h"
-#include "core/BuildRecord.h"
-#include "core/ExportSettings.h"
-#include "core/Track.h"
+#include "core/book/BookMetadata.h"
+#include "core/book/BookStateDTO.h"
+#include "core/book/Bookmark.h"
+#include "core/book/BuildRecord.h"
+#include "core/settings/ExportSettings.h"
+#include "core/book/Track.h"
 
 #include <QDateTime>
 #include <QStringList>

@@ -1,6 +1,6 @@
 #include "library/CoverFinder.h"
 
-#include "import/LibavAudioInspector.h"
+#include "import/probe/LibavAudioInspector.h"
 
 #include <QDir>
 #include <QFile>

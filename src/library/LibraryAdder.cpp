@@ -1,20 +1,20 @@
 #include "library/LibraryAdder.h"
 
-#include "core/BookStateDTO.h"
+#include "core/book/BookStateDTO.h"
 #include "process/FFmpegWrapper.h"
-#include "import/AudioMetadataService.h"
+#include "import/probe/AudioMetadataService.h"
 #include "import/ImportCoordinator.h"
 #include "library/BookIdPrefix.h"
 #include "library/BookTagsFinalizer.h"
 #include "library/CoverFinder.h"
 #include "library/LibraryStore.h"
-#include "sidecars/SidecarAutoApply.h"
+#include "sidecars/apply/SidecarAutoApply.h"
 #include "platform/AppPaths.h"
 #include "platform/Error.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
-#include "sidecars/SidecarApplyPolicy.h"
-#include "sidecars/SidecarDiscoveryService.h"
+#include "sidecars/apply/SidecarApplyPolicy.h"
+#include "sidecars/discovery/SidecarDiscoveryService.h"
 
 #include <QDir>
 #include <QElapsedTimer>

@@ -1,9 +1,9 @@
 #include "library/LibraryBookSummary.h"
 
-#include "core/BookStateDTO.h"
-#include "core/JsonReader.h"
-#include "core/JsonWriter.h"
-#include "core/SettingsFingerprint.h"
+#include "core/book/BookStateDTO.h"
+#include "core/json/JsonReader.h"
+#include "core/json/JsonWriter.h"
+#include "core/settings/SettingsFingerprint.h"
 
 #include <QFileInfo>
 

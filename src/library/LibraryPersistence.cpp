@@ -1,7 +1,7 @@
 #include "library/LibraryPersistence.h"
 
-#include "core/DecodingError.h"
-#include "core/JsonReader.h"
+#include "core/json/DecodingError.h"
+#include "core/json/JsonReader.h"
 #include "library/SchemaEnvelope.h"
 #include "platform/Log.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/BookStateDTO.h"
+#include "core/book/BookStateDTO.h"
 #include "library/BookBuildInputs.h"
 #include "library/LibraryBookSummary.h"
 #include "library/LibraryPersistence.h"

@@ -1,6 +1,6 @@
 #include "library/SchemaEnvelope.h"
 
-#include "core/JsonReader.h"
+#include "core/json/JsonReader.h"
 
 namespace folivox {
 

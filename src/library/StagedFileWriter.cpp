@@ -1,6 +1,6 @@
 #include "library/StagedFileWriter.h"
 
-#include "container/FaultInjection.h"
+#include "container/io/FaultInjection.h"
 #include "platform/Error.h"
 
 #include <QDir>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/Track.h"
+#include "core/book/Track.h"
 
 #include <QJsonObject>
 #include <QString>

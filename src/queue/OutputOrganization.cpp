@@ -1,7 +1,7 @@
 #include "queue/OutputOrganization.h"
 
-#include "core/JsonReader.h"
-#include "core/JsonWriter.h"
+#include "core/json/JsonReader.h"
+#include "core/json/JsonWriter.h"
 #include "export/strategies/MultiFileExportStrategy.h"
 
 #include <QRegularExpression>

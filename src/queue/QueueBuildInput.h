@@ -1,8 +1,8 @@
 #pragma once
 
 #include "build/ImportedBook.h"
-#include "core/BuildRecord.h"
-#include "core/ExportSettings.h"
+#include "core/book/BuildRecord.h"
+#include "core/settings/ExportSettings.h"
 
 #include <optional>
 #include <vector>

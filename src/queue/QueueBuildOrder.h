@@ -2,7 +2,7 @@
 
 #include "build/BuildRequest.h"
 #include "build/ImportedBook.h"
-#include "core/ExportSettings.h"
+#include "core/settings/ExportSettings.h"
 
 #include <QJsonObject>
 #include <QString>

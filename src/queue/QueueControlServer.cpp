@@ -1,6 +1,6 @@
 #include "queue/QueueControlServer.h"
 
-#include "core/DecodingError.h"
+#include "core/json/DecodingError.h"
 #include "queue/QueueControlChannel.h"
 #include "queue/QueueError.h"
 

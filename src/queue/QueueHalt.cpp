@@ -1,7 +1,7 @@
 #include "queue/QueueHalt.h"
 
-#include "core/JsonReader.h"
-#include "core/JsonWriter.h"
+#include "core/json/JsonReader.h"
+#include "core/json/JsonWriter.h"
 #include "platform/L10n.h"
 
 namespace folivox {

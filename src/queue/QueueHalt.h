@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/EnumNames.h"
+#include "core/json/EnumNames.h"
 
 #include <QDateTime>
 #include <QJsonObject>

@@ -1,6 +1,6 @@
 #include "queue/QueueRunSummary.h"
 
-#include "core/JsonWriter.h"
+#include "core/json/JsonWriter.h"
 
 namespace folivox {
 

@@ -1,6 +1,6 @@
 #include "queue/QueueService.h"
 
-#include "core/JsonReader.h"
+#include "core/json/JsonReader.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 #include "queue/QueueError.h"

@@ -1,11 +1,11 @@
 #include "queue/QueueStore.h"
 
-#include "core/DecodingError.h"
+#include "core/json/DecodingError.h"
 #include "library/SchemaEnvelope.h"
 #include "platform/AppPaths.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
-#include "core/JsonReader.h"
+#include "core/json/JsonReader.h"
 #include "queue/QueueError.h"
 
 #include <QDateTime>

@@ -1,7 +1,7 @@
 #include "queue/QueueWorker.h"
 
-#include "core/DecodingError.h"
-#include "core/JsonReader.h"
+#include "core/json/DecodingError.h"
+#include "core/json/JsonReader.h"
 #include "queue/InProcessJobBuilder.h"
 #include "queue/QueueBuildOrder.h"
 #include "queue/QueueProgressThrottle.h"

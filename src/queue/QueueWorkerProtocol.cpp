@@ -1,6 +1,6 @@
 #include "queue/QueueWorkerProtocol.h"
 
-#include "core/JsonReader.h"
+#include "core/json/JsonReader.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -1,7 +1,7 @@
 #include "sidecars/SidecarWarning.h"
 
-#include "core/JsonReader.h"
-#include "core/JsonWriter.h"
+#include "core/json/JsonReader.h"
+#include "core/json/JsonWriter.h"
 
 namespace folivox {
 

@@ -1,6 +1,6 @@
 #include "tools/ChapsCommand.h"
 
-#include "container/MP4Bytes.h"
+#include "container/mp4/MP4Bytes.h"
 #include "tools/ChapterListFile.h"
 #include "tools/ChapterTrackWriter.h"
 #include "tools/MoovEditor.h"

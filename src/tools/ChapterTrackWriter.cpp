@@ -1,8 +1,8 @@
 #include "tools/ChapterTrackWriter.h"
 
-#include "container/MP4Bytes.h"
-#include "container/MP4File.h"
-#include "container/MP4LanguageAtomWriter.h"
+#include "container/mp4/MP4Bytes.h"
+#include "container/mp4/MP4File.h"
+#include "container/mp4/MP4LanguageAtomWriter.h"
 #include "tools/MoovEditor.h"
 #include "tools/ToolError.h"
 

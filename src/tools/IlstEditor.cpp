@@ -1,6 +1,6 @@
 #include "tools/IlstEditor.h"
 
-#include "container/MP4Bytes.h"
+#include "container/mp4/MP4Bytes.h"
 #include "tools/ToolError.h"
 
 namespace folivox {

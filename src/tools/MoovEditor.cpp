@@ -1,8 +1,8 @@
 #include "tools/MoovEditor.h"
 
-#include "container/MP4Bytes.h"
-#include "container/MP4File.h"
-#include "container/MP4MoovCopyRewriter.h"
+#include "container/mp4/MP4Bytes.h"
+#include "container/mp4/MP4File.h"
+#include "container/mp4/MP4MoovCopyRewriter.h"
 #include "platform/Log.h"
 #include "tools/ToolError.h"
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "container/MP4BoxHeader.h"
-#include "container/MP4BoxTree.h"
-#include "container/MP4MoovReader.h"
-#include "container/MP4MoovRewriter.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4MoovReader.h"
+#include "container/mp4/MP4MoovRewriter.h"
 
 #include <QList>
 #include <QString>

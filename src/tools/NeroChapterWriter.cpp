@@ -1,7 +1,7 @@
 #include "tools/NeroChapterWriter.h"
 
-#include "container/MP4Bytes.h"
-#include "container/MP4LanguageAtomWriter.h"
+#include "container/mp4/MP4Bytes.h"
+#include "container/mp4/MP4LanguageAtomWriter.h"
 #include "tools/ToolError.h"
 
 #include <cmath>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "container/MP4BoxTree.h"
+#include "container/mp4/MP4BoxTree.h"
 #include "tools/ChapterListFile.h"
 
 #include <QByteArray>

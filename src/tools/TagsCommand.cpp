@@ -1,6 +1,6 @@
 #include "tools/TagsCommand.h"
 
-#include "container/MP4Bytes.h"
+#include "container/mp4/MP4Bytes.h"
 #include "tools/IlstEditor.h"
 #include "tools/MoovEditor.h"
 #include "tools/ToolError.h"

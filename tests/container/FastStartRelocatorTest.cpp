@@ -1,11 +1,11 @@
 #include "FolderGuards.h"
 #include "MP4TestBoxes.h"
 
-#include "container/FastStartRelocator.h"
-#include "container/FaultInjection.h"
-#include "container/MP4BoxHeader.h"
-#include "container/MP4File.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/FastStartRelocator.h"
+#include "container/io/FaultInjection.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4File.h"
+#include "container/mp4/MP4MoovReader.h"
 #include "platform/Log.h"
 
 #include <QDir>

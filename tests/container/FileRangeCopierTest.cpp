@@ -1,7 +1,7 @@
 #include "MP4TestBoxes.h"
 
-#include "container/FileRangeCopier.h"
-#include "container/MP4File.h"
+#include "container/io/FileRangeCopier.h"
+#include "container/mp4/MP4File.h"
 #include "platform/Error.h"
 
 #include <QFileInfo>

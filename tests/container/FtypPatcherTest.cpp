@@ -1,6 +1,6 @@
 #include "MP4TestBoxes.h"
 
-#include "container/FtypPatcher.h"
+#include "container/mp4/FtypPatcher.h"
 
 #include <QTemporaryDir>
 

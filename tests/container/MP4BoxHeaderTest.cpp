@@ -1,8 +1,8 @@
 #include "MP4TestBoxes.h"
 
-#include "container/MP4BoxHeader.h"
-#include "container/MP4File.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4File.h"
+#include "container/mp4/MP4MoovReader.h"
 
 #include <QTemporaryDir>
 

@@ -1,9 +1,9 @@
 #include "MP4TestBoxes.h"
 
-#include "container/MP4BoxHeader.h"
-#include "container/MP4BoxTree.h"
-#include "container/MP4ChapterTrackLanguagePatcher.h"
-#include "container/MP4ChunkOffsets.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4ChapterTrackLanguagePatcher.h"
+#include "container/mp4/MP4ChunkOffsets.h"
 
 #include <gtest/gtest.h>
 

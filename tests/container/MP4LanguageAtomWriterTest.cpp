@@ -1,10 +1,10 @@
 #include "MP4TestBoxes.h"
 
-#include "container/LanguageCodes.h"
-#include "container/MP4BoxHeader.h"
-#include "container/MP4ChapterTrackLanguagePatcher.h"
-#include "container/MP4LanguageAtomWriter.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/LanguageCodes.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4ChapterTrackLanguagePatcher.h"
+#include "container/mp4/MP4LanguageAtomWriter.h"
+#include "container/mp4/MP4MoovReader.h"
 #include "platform/Log.h"
 
 #include <QFileInfo>

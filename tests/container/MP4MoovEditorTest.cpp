@@ -1,9 +1,9 @@
 #include "MP4TestBoxes.h"
 
-#include "container/MP4BoxHeader.h"
-#include "container/MP4BoxTree.h"
-#include "container/MP4MoovEditor.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4MoovEditor.h"
+#include "container/mp4/MP4MoovReader.h"
 #include "platform/Log.h"
 
 #include <QTemporaryDir>

@@ -1,7 +1,7 @@
 #include "MP4TestBoxes.h"
 
-#include "container/MP4File.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/MP4File.h"
+#include "container/mp4/MP4MoovReader.h"
 
 #include <QTemporaryDir>
 

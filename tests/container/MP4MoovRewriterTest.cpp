@@ -1,11 +1,11 @@
 #include "MP4TestBoxes.h"
 
-#include "container/FaultInjection.h"
-#include "container/MP4BoxHeader.h"
-#include "container/MP4File.h"
-#include "container/MP4FreeZone.h"
-#include "container/MP4MoovReader.h"
-#include "container/MP4MoovRewriter.h"
+#include "container/io/FaultInjection.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4File.h"
+#include "container/mp4/MP4FreeZone.h"
+#include "container/mp4/MP4MoovReader.h"
+#include "container/mp4/MP4MoovRewriter.h"
 #include "platform/Log.h"
 
 #include <QTemporaryDir>

@@ -1,11 +1,11 @@
 #include "AacTestConfig.h"
 #include "MP4TestBoxes.h"
 
-#include "container/FaultInjection.h"
-#include "container/LanguageCodes.h"
-#include "container/MP4ChapterTrackLanguagePatcher.h"
-#include "container/MP4MoovReader.h"
-#include "container/MP4StsdChannelPatcher.h"
+#include "container/io/FaultInjection.h"
+#include "container/mp4/LanguageCodes.h"
+#include "container/mp4/MP4ChapterTrackLanguagePatcher.h"
+#include "container/mp4/MP4MoovReader.h"
+#include "container/mp4/MP4StsdChannelPatcher.h"
 #include "platform/Log.h"
 
 #include <QTemporaryDir>

@@ -4,15 +4,15 @@
 #include "MP4TestBoxes.h"
 #include "support/Fixtures.h"
 
-#include "container/FastStartRelocator.h"
-#include "container/MP4BoxHeader.h"
-#include "container/MP4Bytes.h"
-#include "container/MP4File.h"
-#include "container/MP4LanguageAtomWriter.h"
-#include "container/MP4MoovReader.h"
-#include "container/MP4MoovCopyRewriter.h"
-#include "container/MP4MoovRewriter.h"
-#include "container/MP4TailSnapshot.h"
+#include "container/mp4/FastStartRelocator.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4Bytes.h"
+#include "container/mp4/MP4File.h"
+#include "container/mp4/MP4LanguageAtomWriter.h"
+#include "container/mp4/MP4MoovReader.h"
+#include "container/mp4/MP4MoovCopyRewriter.h"
+#include "container/mp4/MP4MoovRewriter.h"
+#include "container/mp4/MP4TailSnapshot.h"
 
 #include <QDir>
 #include <QTemporaryDir>

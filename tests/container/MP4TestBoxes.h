@@ -1,7 +1,7 @@
 #pragma once
 // Boxes built in code for the container tests.
 
-#include "container/MP4Bytes.h"
+#include "container/mp4/MP4Bytes.h"
 
 #include <QByteArray>
 #include <QFile>

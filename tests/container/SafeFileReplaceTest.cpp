@@ -1,8 +1,8 @@
 #include "FolderGuards.h"
 #include "MP4TestBoxes.h"
 
-#include "container/FaultInjection.h"
-#include "container/SafeFileReplace.h"
+#include "container/io/FaultInjection.h"
+#include "container/io/SafeFileReplace.h"
 
 #include <QDir>
 #include <QElapsedTimer>

@@ -1,13 +1,13 @@
-#include "core/BookMetadata.h"
-#include "core/BookMetadataPatch.h"
-#include "core/BookSnapshot.h"
-#include "core/Bookmark.h"
-#include "core/ChapterInfo.h"
-#include "core/ChapterInput.h"
-#include "core/ChapterSnapshot.h"
-#include "core/DecodingError.h"
-#include "core/JsonReader.h"
-#include "core/TrackSortMode.h"
+#include "core/book/BookMetadata.h"
+#include "core/book/BookMetadataPatch.h"
+#include "core/book/BookSnapshot.h"
+#include "core/book/Bookmark.h"
+#include "core/chapters/ChapterInfo.h"
+#include "core/chapters/ChapterInput.h"
+#include "core/chapters/ChapterSnapshot.h"
+#include "core/json/DecodingError.h"
+#include "core/json/JsonReader.h"
+#include "core/book/TrackSortMode.h"
 
 #include <QJsonDocument>
 #include <QSet>

@@ -1,14 +1,14 @@
 // The book's working state as one record, its settings fingerprint, and the
 // tear-down of the open book.
-#include "core/BookMetadataStore.h"
-#include "core/BookSession.h"
-#include "core/BookStateDTO.h"
-#include "core/BookmarksStore.h"
-#include "core/BookmarksUndoManager.h"
-#include "core/ChapterViewModel.h"
-#include "core/DecodingError.h"
-#include "core/JsonReader.h"
-#include "core/SettingsFingerprint.h"
+#include "core/book/BookMetadataStore.h"
+#include "core/book/BookSession.h"
+#include "core/book/BookStateDTO.h"
+#include "core/book/BookmarksStore.h"
+#include "core/book/BookmarksUndoManager.h"
+#include "core/chapters/ChapterViewModel.h"
+#include "core/json/DecodingError.h"
+#include "core/json/JsonReader.h"
+#include "core/settings/SettingsFingerprint.h"
 #include "platform/Log.h"
 
 #include <QFileInfo>

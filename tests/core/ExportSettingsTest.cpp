@@ -1,6 +1,6 @@
-#include "core/DecodingError.h"
-#include "core/ExportSettings.h"
-#include "core/JsonReader.h"
+#include "core/json/DecodingError.h"
+#include "core/settings/ExportSettings.h"
+#include "core/json/JsonReader.h"
 
 #include <QJsonDocument>
 

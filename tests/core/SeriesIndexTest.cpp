@@ -1,7 +1,7 @@
-#include "core/BookMetadata.h"
-#include "core/DecodingError.h"
-#include "core/JsonReader.h"
-#include "core/SeriesIndex.h"
+#include "core/book/BookMetadata.h"
+#include "core/json/DecodingError.h"
+#include "core/json/JsonReader.h"
+#include "core/book/SeriesIndex.h"
 
 #include <QJsonDocument>
 #include <QLocale>

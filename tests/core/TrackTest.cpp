@@ -1,6 +1,6 @@
-#include "core/DecodingError.h"
-#include "core/JsonReader.h"
-#include "core/Track.h"
+#include "core/json/DecodingError.h"
+#include "core/json/JsonReader.h"
+#include "core/book/Track.h"
 
 #include <QJsonDocument>
 

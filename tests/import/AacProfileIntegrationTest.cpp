@@ -1,8 +1,8 @@
 // AAC-LC at bitrates that look like HE-AAC from outside (64 kb/s stereo,
 // 32 kb/s mono) is recognised as LC by decoding its first frames, so a
 // book of it can be copied rather than re-encoded.
-#include "import/AacDecodedProfile.h"
-#include "import/LibavAudioInspector.h"
+#include "import/probe/AacDecodedProfile.h"
+#include "import/probe/LibavAudioInspector.h"
 #include "support/Fixtures.h"
 
 #include <QTemporaryDir>

@@ -2,8 +2,8 @@
 
 #include "process/FFmpegWrapper.h"
 #include "process/ManualCancellationToken.h"
-#include "import/AudioMetadataService.h"
-#include "import/AudioStreamProbe.h"
+#include "import/probe/AudioMetadataService.h"
+#include "import/probe/AudioStreamProbe.h"
 #include "platform/AppPaths.h"
 #include "platform/Log.h"
 #include "support/ScriptedTool.h"

@@ -1,4 +1,4 @@
-#include "import/AudioSpecificConfig.h"
+#include "import/probe/AudioSpecificConfig.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "import/FFprobeInspectionError.h"
-#include "import/FFprobeInspector.h"
+#include "import/probe/FFprobeInspectionError.h"
+#include "import/probe/FFprobeInspector.h"
 #include "platform/Log.h"
 
 #include <gtest/gtest.h>

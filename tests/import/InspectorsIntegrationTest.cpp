@@ -2,11 +2,11 @@
 
 #include "process/FFmpegWrapper.h"
 #include "process/FFmpegWrapperError.h"
-#include "import/AudioSpecificConfig.h"
-#include "import/FFprobeInspectionError.h"
-#include "import/FFprobeInspector.h"
-#include "import/InspectionError.h"
-#include "import/LibavAudioInspector.h"
+#include "import/probe/AudioSpecificConfig.h"
+#include "import/probe/FFprobeInspectionError.h"
+#include "import/probe/FFprobeInspector.h"
+#include "import/probe/InspectionError.h"
+#include "import/probe/LibavAudioInspector.h"
 #include "platform/Log.h"
 
 #include <QTemporaryDir>

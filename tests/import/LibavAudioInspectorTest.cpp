@@ -1,4 +1,4 @@
-#include "import/LibavAudioInspector.h"
+#include "import/probe/LibavAudioInspector.h"
 #include "platform/Log.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "import/AudioMetadataService.h"
+#include "import/probe/AudioMetadataService.h"
 #include "import/ProgressWatchdog.h"
 #include "import/TrackLoadOutcome.h"
 #include "platform/L10n.h"

@@ -7,7 +7,7 @@
 #include "FolivoxCli.h"
 
 #include "process/FFmpegWrapper.h"
-#include "import/AudioMetadataService.h"
+#include "import/probe/AudioMetadataService.h"
 #include "import/ImportCoordinator.h"
 
 #include <QTemporaryDir>

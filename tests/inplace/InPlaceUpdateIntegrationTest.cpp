@@ -1,6 +1,6 @@
 #include "InPlaceTestBooks.h"
 
-#include "container/FaultInjection.h"
+#include "container/io/FaultInjection.h"
 #include "export/metadata/DefaultMetadataWritingService.h"
 #include "process/ManualCancellationToken.h"
 #include "inplace/DefaultInPlaceUpdateService.h"

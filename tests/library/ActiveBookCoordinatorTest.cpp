@@ -2,11 +2,11 @@
 // builds recorded against the revision they started from.
 #include "LibraryTestSupport.h"
 
-#include "core/BookMetadataStore.h"
-#include "core/BookSession.h"
-#include "core/BookmarksStore.h"
-#include "core/BookmarksUndoManager.h"
-#include "core/ChapterViewModel.h"
+#include "core/book/BookMetadataStore.h"
+#include "core/book/BookSession.h"
+#include "core/book/BookmarksStore.h"
+#include "core/book/BookmarksUndoManager.h"
+#include "core/chapters/ChapterViewModel.h"
 #include "import/ImportCoordinator.h"
 #include "library/ActiveBookCoordinator.h"
 #include "library/BookBuildInputs.h"

@@ -3,7 +3,7 @@
 // and a process killed at every step of a save.
 #include "LibraryTestSupport.h"
 
-#include "core/JsonReader.h"
+#include "core/json/JsonReader.h"
 #include "library/LibraryLockError.h"
 #include "library/LibraryPersistence.h"
 #include "library/LibraryStore.h"

@@ -3,7 +3,7 @@
 // place, builds and attention.
 #include "LibraryTestSupport.h"
 
-#include "core/SettingsFingerprint.h"
+#include "core/settings/SettingsFingerprint.h"
 #include "library/BookBuildInputs.h"
 #include "library/BookIdPrefix.h"
 #include "library/BuildStatus.h"

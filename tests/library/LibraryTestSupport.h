@@ -5,8 +5,8 @@
 // States and folders for the library tests: books whose tracks are real
 // (empty) files in the test's own folder, so "sources gone" can be made true.
 
-#include "container/FaultInjection.h"
-#include "core/BookStateDTO.h"
+#include "container/io/FaultInjection.h"
+#include "core/book/BookStateDTO.h"
 #include "library/LibraryPersistence.h"
 
 #include <QDir>

@@ -1,7 +1,7 @@
 // The queue's records in their saved form: keys, shapes and order.
 #include "queue/QueueTestSupport.h"
 
-#include "core/JsonReader.h"
+#include "core/json/JsonReader.h"
 #include "queue/JobAttempt.h"
 #include "queue/OutputOrganization.h"
 #include "queue/QueueFile.h"

@@ -2,7 +2,7 @@
 // crash, unreadable and newer files, logs, and crashes in the middle of a save.
 #include "queue/QueueTestSupport.h"
 
-#include "core/JsonReader.h"
+#include "core/json/JsonReader.h"
 #include "platform/AppPaths.h"
 #include "queue/QueueError.h"
 #include "queue/QueueStore.h"

@@ -2,7 +2,7 @@
 
 #include "support/KillAtPoint.h"
 
-#include "container/FaultInjection.h"
+#include "container/io/FaultInjection.h"
 #include "queue/QueueJob.h"
 
 #include <QDateTime>

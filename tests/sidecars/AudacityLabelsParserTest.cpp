@@ -1,6 +1,6 @@
 #include "SidecarTestHelpers.h"
 
-#include "sidecars/AudacityLabelsParser.h"
+#include "sidecars/parsers/AudacityLabelsParser.h"
 
 using namespace folivox;
 using namespace folivox::test;

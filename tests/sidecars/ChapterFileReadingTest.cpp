@@ -1,6 +1,6 @@
 // Reading a chapter file the user named: what is not a readable regular file
 // is refused at once, with the file's name and what to do about it.
-#include "sidecars/SidecarDiscoveryService.h"
+#include "sidecars/discovery/SidecarDiscoveryService.h"
 #include "sidecars/SidecarError.h"
 #include "support/Fixtures.h"
 

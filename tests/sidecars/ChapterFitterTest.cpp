@@ -2,10 +2,10 @@
 // caller applies, the bookmarks a build gets, and the lines a user reads.
 #include "SidecarTestHelpers.h"
 
-#include "sidecars/Mp4chapsParser.h"
-#include "sidecars/SidecarChapterFitter.h"
-#include "sidecars/SidecarParserRegistry.h"
-#include "sidecars/SimpleTextParser.h"
+#include "sidecars/parsers/Mp4chapsParser.h"
+#include "sidecars/apply/SidecarChapterFitter.h"
+#include "sidecars/parsers/SidecarParserRegistry.h"
+#include "sidecars/parsers/SimpleTextParser.h"
 
 #include <numeric>
 

@@ -1,6 +1,6 @@
 #include "SidecarTestHelpers.h"
 
-#include "sidecars/CueParser.h"
+#include "sidecars/parsers/CueParser.h"
 
 using namespace folivox;
 using namespace folivox::test;

@@ -1,8 +1,8 @@
 #include "SidecarTestHelpers.h"
 
-#include "core/DecodingError.h"
-#include "sidecars/SidecarApplyPolicy.h"
-#include "sidecars/SidecarDiscoveryService.h"
+#include "core/json/DecodingError.h"
+#include "sidecars/apply/SidecarApplyPolicy.h"
+#include "sidecars/discovery/SidecarDiscoveryService.h"
 #include "sidecars/SidecarError.h"
 #include "support/Fixtures.h"
 

@@ -1,6 +1,6 @@
 #include "SidecarTestHelpers.h"
 
-#include "sidecars/FFMetadataParser.h"
+#include "sidecars/parsers/FFMetadataParser.h"
 
 using namespace folivox;
 using namespace folivox::test;

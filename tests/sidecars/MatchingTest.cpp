@@ -1,6 +1,6 @@
 #include "SidecarTestHelpers.h"
 
-#include "sidecars/SidecarMatchingService.h"
+#include "sidecars/discovery/SidecarMatchingService.h"
 
 using namespace folivox;
 using namespace folivox::test;

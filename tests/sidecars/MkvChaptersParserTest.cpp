@@ -1,7 +1,7 @@
 #include "SidecarTestHelpers.h"
 
-#include "sidecars/MkvSimpleChaptersParser.h"
-#include "sidecars/MkvXMLChaptersParser.h"
+#include "sidecars/parsers/MkvSimpleChaptersParser.h"
+#include "sidecars/parsers/MkvXMLChaptersParser.h"
 
 using namespace folivox;
 using namespace folivox::test;

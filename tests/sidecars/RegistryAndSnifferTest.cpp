@@ -1,8 +1,8 @@
 #include "SidecarTestHelpers.h"
 
-#include "sidecars/SidecarParserRegistry.h"
-#include "sidecars/SidecarSniffer.h"
-#include "sidecars/SidecarTextRules.h"
+#include "sidecars/parsers/SidecarParserRegistry.h"
+#include "sidecars/parsers/SidecarSniffer.h"
+#include "sidecars/parsers/SidecarTextRules.h"
 
 using namespace folivox;
 using namespace folivox::test;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sidecars/SidecarParseResult.h"
+#include "sidecars/parsers/SidecarParseResult.h"
 
 #include <QStringList>
 #include <QUrl>

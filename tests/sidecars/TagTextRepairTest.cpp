@@ -1,8 +1,8 @@
 #include "SidecarTestHelpers.h"
 
-#include "core/NormalizedChapter.h"
-#include "core/TagTextRepair.h"
-#include "core/DecodingError.h"
+#include "core/chapters/NormalizedChapter.h"
+#include "core/book/TagTextRepair.h"
+#include "core/json/DecodingError.h"
 
 #include <QJsonDocument>
 

@@ -1,7 +1,7 @@
 #include "SidecarTestHelpers.h"
 
-#include "sidecars/Mp4chapsParser.h"
-#include "sidecars/SimpleTextParser.h"
+#include "sidecars/parsers/Mp4chapsParser.h"
+#include "sidecars/parsers/SimpleTextParser.h"
 
 using namespace folivox;
 using namespace folivox::test;

@@ -1,6 +1,6 @@
 #include "SidecarTestHelpers.h"
 
-#include "sidecars/SidecarValidationService.h"
+#include "sidecars/apply/SidecarValidationService.h"
 
 using namespace folivox;
 using namespace folivox::test;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "container/FaultInjection.h"
+#include "container/io/FaultInjection.h"
 
 #include <QString>
 

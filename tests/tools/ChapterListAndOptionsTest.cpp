@@ -1,5 +1,5 @@
 // The chapter list file and the shared command-line parsing of the mp4 tools.
-#include "container/MP4Bytes.h"
+#include "container/mp4/MP4Bytes.h"
 #include "tools/ChapterListFile.h"
 #include "tools/NeroChapterWriter.h"
 #include "tools/ToolError.h"

@@ -3,11 +3,11 @@
 // leave the file untouched.
 #include "ToolTestFiles.h"
 
-#include "container/FastStartRelocator.h"
-#include "container/MP4BoxHeader.h"
-#include "container/MP4BoxTree.h"
-#include "container/MP4File.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/FastStartRelocator.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4File.h"
+#include "container/mp4/MP4MoovReader.h"
 #include "tools/ArtCommand.h"
 #include "tools/ChapsCommand.h"
 #include "tools/ChapterListFile.h"

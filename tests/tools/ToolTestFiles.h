@@ -3,7 +3,7 @@
 // MP4 files built byte by byte for the tool tests: an ftyp, an mdat of
 // silence-like bytes and a moov with one sound track whose single chunk
 // points into that mdat.
-#include "container/MP4Bytes.h"
+#include "container/mp4/MP4Bytes.h"
 
 #include <QByteArray>
 #include <QFile>

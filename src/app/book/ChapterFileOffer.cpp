@@ -1,12 +1,12 @@
 #include "app/book/ChapterFileOffer.h"
 
-#include "sidecars/SidecarChapterFitter.h"
+#include "sidecars/apply/SidecarChapterFitter.h"
 #include "platform/Error.h"
 #include "platform/L10n.h"
-#include "sidecars/SidecarDiscoveryService.h"
-#include "sidecars/SidecarMatchingService.h"
-#include "sidecars/SidecarParserRegistry.h"
-#include "sidecars/SidecarValidationService.h"
+#include "sidecars/discovery/SidecarDiscoveryService.h"
+#include "sidecars/discovery/SidecarMatchingService.h"
+#include "sidecars/parsers/SidecarParserRegistry.h"
+#include "sidecars/apply/SidecarValidationService.h"
 
 #include <QFileInfo>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/Bookmark.h"
-#include "core/Track.h"
-#include "sidecars/SidecarMatchResult.h"
+#include "core/book/Bookmark.h"
+#include "core/book/Track.h"
+#include "sidecars/discovery/SidecarMatchResult.h"
 
 #include <QString>
 

@@ -9,7 +9,7 @@
 #include "library/CoverFinder.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
-#include "sidecars/SidecarDiscoveryService.h"
+#include "sidecars/discovery/SidecarDiscoveryService.h"
 
 #include <QDir>
 #include <QFileInfo>

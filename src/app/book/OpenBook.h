@@ -2,14 +2,14 @@
 
 #include "app/book/ChapterFileOffer.h"
 #include "build/ImportedBook.h"
-#include "core/BookMetadataStore.h"
-#include "core/BookSession.h"
-#include "core/BookStateDTO.h"
-#include "core/BookmarksStore.h"
-#include "core/BookmarksUndoManager.h"
-#include "core/ChapterViewModel.h"
-#include "core/ExportSettings.h"
-#include "core/TrackSortMode.h"
+#include "core/book/BookMetadataStore.h"
+#include "core/book/BookSession.h"
+#include "core/book/BookStateDTO.h"
+#include "core/book/BookmarksStore.h"
+#include "core/book/BookmarksUndoManager.h"
+#include "core/chapters/ChapterViewModel.h"
+#include "core/settings/ExportSettings.h"
+#include "core/book/TrackSortMode.h"
 #include "export/settings/AudiobookSourceInfo.h"
 
 #include <QObject>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/BookStateDTO.h"
+#include "core/book/BookStateDTO.h"
 
 #include <QString>
 

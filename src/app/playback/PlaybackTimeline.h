@@ -1,8 +1,8 @@
 #pragma once
 
 #include "app/book/ChapterTimeline.h"
-#include "core/Bookmark.h"
-#include "core/Track.h"
+#include "core/book/Bookmark.h"
+#include "core/book/Track.h"
 
 #include <optional>
 #include <vector>

@@ -1,7 +1,7 @@
 #include "container/mp3/ChapterDamageHole.h"
 
-#include "core/JsonReader.h"
-#include "core/JsonWriter.h"
+#include "core/json/JsonReader.h"
+#include "core/json/JsonWriter.h"
 
 namespace folivox {
 

@@ -2,7 +2,7 @@
 
 #include "container/mp3/ChapterDamageHole.h"
 #include "container/mp3/MP3IntegrityReport.h"
-#include "core/Bookmark.h"
+#include "core/book/Bookmark.h"
 
 #include <QUrl>
 

@@ -4,8 +4,8 @@
 #include "container/mp3/MP3FileBytes.h"
 #include "container/mp3/MP3IntegrityFileStamp.h"
 #include "container/mp3/MP3IntegrityReport.h"
-#include "core/Bookmark.h"
-#include "core/Track.h"
+#include "core/book/Bookmark.h"
+#include "core/book/Track.h"
 
 #include <QHash>
 #include <QObject>

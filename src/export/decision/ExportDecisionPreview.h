@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/Bookmark.h"
-#include "core/ExportSettings.h"
-#include "core/Track.h"
+#include "core/book/Bookmark.h"
+#include "core/settings/ExportSettings.h"
+#include "core/book/Track.h"
 #include "export/decision/ExportDecision.h"
 #include "export/decision/ExportDecisionService.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/Bookmark.h"
-#include "core/ExportSettings.h"
+#include "core/book/Bookmark.h"
+#include "core/settings/ExportSettings.h"
 #include "export/decision/DecisionFactors.h"
 #include "export/decision/ExportCacheFreshness.h"
 #include "export/decision/ExportDecision.h"

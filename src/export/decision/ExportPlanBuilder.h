@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/Bookmark.h"
-#include "core/ChapterInput.h"
-#include "core/Track.h"
+#include "core/book/Bookmark.h"
+#include "core/chapters/ChapterInput.h"
+#include "core/book/Track.h"
 
 #include <QJsonObject>
 #include <QList>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/EnumNames.h"
-#include "core/ExportSettings.h"
+#include "core/json/EnumNames.h"
+#include "core/settings/ExportSettings.h"
 #include "process/FormatProbe.h"
 
 #include <optional>

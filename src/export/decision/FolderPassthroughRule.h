@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/ChapterInput.h"
-#include "core/ExportSettings.h"
+#include "core/chapters/ChapterInput.h"
+#include "core/settings/ExportSettings.h"
 #include "process/FormatProbe.h"
 
 #include <QString>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/ExportSettings.h"
+#include "core/settings/ExportSettings.h"
 #include "export/decision/ExportDecision.h"
 
 namespace folivox {

@@ -1,7 +1,7 @@
 #include "export/decision/SourceFileGroup.h"
 
-#include "core/JsonReader.h"
-#include "core/JsonWriter.h"
+#include "core/json/JsonReader.h"
+#include "core/json/JsonWriter.h"
 
 #include <QDir>
 #include <QFileInfo>

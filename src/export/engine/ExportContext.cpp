@@ -1,6 +1,6 @@
 #include "export/engine/ExportContext.h"
 
-#include "core/JsonSeconds.h"
+#include "core/json/JsonSeconds.h"
 
 #include <QJsonArray>
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "core/BookMetadata.h"
-#include "core/Bookmark.h"
-#include "core/ExportSettings.h"
-#include "core/Track.h"
+#include "core/book/BookMetadata.h"
+#include "core/book/Bookmark.h"
+#include "core/settings/ExportSettings.h"
+#include "core/book/Track.h"
 
 #include <QSet>
 #include <QString>

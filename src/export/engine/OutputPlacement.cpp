@@ -1,9 +1,9 @@
 #include "export/engine/OutputPlacement.h"
 
-#include "container/FaultInjection.h"
-#include "container/FileRangeCopier.h"
-#include "container/MP4File.h"
-#include "container/ReplacedFileRelease.h"
+#include "container/io/FaultInjection.h"
+#include "container/io/FileRangeCopier.h"
+#include "container/mp4/MP4File.h"
+#include "container/io/ReplacedFileRelease.h"
 #include "process/CancellationToken.h"
 #include "export/engine/DestinationWritability.h"
 #include "export/engine/ExportError.h"

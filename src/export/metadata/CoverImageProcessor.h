@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/ExportSettingsEnums.h"
+#include "core/settings/ExportSettingsEnums.h"
 
 #include <QByteArray>
 #include <QSize>

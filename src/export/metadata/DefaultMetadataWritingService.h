@@ -1,8 +1,8 @@
 #pragma once
 
-#include "container/MP4LanguageAtomWriter.h"
-#include "container/MP4MoovReader.h"
-#include "core/ChapterInfo.h"
+#include "container/mp4/MP4LanguageAtomWriter.h"
+#include "container/mp4/MP4MoovReader.h"
+#include "core/chapters/ChapterInfo.h"
 #include "export/metadata/MetadataItem.h"
 #include "export/metadata/MetadataWritingService.h"
 

@@ -1,7 +1,7 @@
 #include "export/metadata/MP4TagsService.h"
 
-#include "core/JsonReader.h"
-#include "core/JsonWriter.h"
+#include "core/json/JsonReader.h"
+#include "core/json/JsonWriter.h"
 #include "process/BinaryResolver.h"
 #include "process/PathValidator.h"
 #include "process/ToolRunner.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "container/MP4LanguageAtomWriter.h"
-#include "core/BookMetadata.h"
+#include "container/mp4/MP4LanguageAtomWriter.h"
+#include "core/book/BookMetadata.h"
 #include "export/engine/FilePlacement.h"
 #include "export/metadata/MP4TagsService.h"
 #include "export/metadata/MetadataItem.h"

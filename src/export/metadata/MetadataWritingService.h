@@ -1,8 +1,8 @@
 #pragma once
 
-#include "core/BookMetadata.h"
+#include "core/book/BookMetadata.h"
 #include "export/engine/FilePlacement.h"
-#include "core/ChapterInfo.h"
+#include "core/chapters/ChapterInfo.h"
 #include "process/CancellationToken.h"
 
 #include <QList>

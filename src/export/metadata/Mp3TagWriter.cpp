@@ -1,7 +1,7 @@
 #include "export/metadata/Mp3TagWriter.h"
 
-#include "container/LanguageCodes.h"
-#include "container/SafeFileReplace.h"
+#include "container/mp4/LanguageCodes.h"
+#include "container/io/SafeFileReplace.h"
 #include "export/metadata/CoverImageProcessor.h"
 #include "export/engine/ExportError.h"
 #include "export/metadata/MetadataItemBuilder.h"

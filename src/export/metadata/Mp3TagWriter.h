@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/BookMetadata.h"
+#include "core/book/BookMetadata.h"
 #include "export/engine/FilePlacement.h"
 
 #include <QByteArray>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/ExportSettings.h"
+#include "core/settings/ExportSettings.h"
 #include "export/settings/AudiobookSourceInfo.h"
 #include "export/settings/UserExportPreset.h"
 #include "export/settings/UserPresetCapWarning.h"

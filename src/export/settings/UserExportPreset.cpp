@@ -1,7 +1,7 @@
 #include "export/settings/UserExportPreset.h"
 
-#include "core/JsonReader.h"
-#include "core/JsonWriter.h"
+#include "core/json/JsonReader.h"
+#include "core/json/JsonWriter.h"
 
 namespace folivox {
 

@@ -1,7 +1,7 @@
 #include "export/settings/UserPresetStore.h"
 
-#include "core/DecodingError.h"
-#include "core/JsonReader.h"
+#include "core/json/DecodingError.h"
+#include "core/json/JsonReader.h"
 #include "platform/AppSettings.h"
 #include "platform/Log.h"
 

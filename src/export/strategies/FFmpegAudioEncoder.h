@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/ExportSettingsEnums.h"
+#include "core/settings/ExportSettingsEnums.h"
 #include "process/CancellationToken.h"
 #include "export/strategies/ConcatList.h"
 #include "export/strategies/ConcurrencyPlan.h"

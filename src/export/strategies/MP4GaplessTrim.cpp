@@ -1,9 +1,9 @@
 #include "export/strategies/MP4GaplessTrim.h"
 
-#include "container/MP4BoxTree.h"
-#include "container/MP4Bytes.h"
-#include "container/MP4MoovEditor.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4Bytes.h"
+#include "container/mp4/MP4MoovEditor.h"
+#include "container/mp4/MP4MoovReader.h"
 #include "platform/Error.h"
 
 #include <QFileInfo>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/ChapterInput.h"
-#include "core/Track.h"
+#include "core/chapters/ChapterInput.h"
+#include "core/book/Track.h"
 #include "process/FormatProbe.h"
 
 #include <QHash>

@@ -4,8 +4,8 @@
 // tests. Files named here need not exist: the decision reads what the
 // tracks carry.
 
-#include "core/Bookmark.h"
-#include "core/Track.h"
+#include "core/book/Bookmark.h"
+#include "core/book/Track.h"
 
 #include <QString>
 #include <QUrl>

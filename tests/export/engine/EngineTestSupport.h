@@ -5,8 +5,8 @@
 // a metadata writer that records what it was asked, and helpers around a
 // build.
 
-#include "core/Bookmark.h"
-#include "core/Track.h"
+#include "core/book/Bookmark.h"
+#include "core/book/Track.h"
 #include "export/engine/ExportContext.h"
 #include "export/metadata/MetadataWritingService.h"
 #include "platform/AppPaths.h"

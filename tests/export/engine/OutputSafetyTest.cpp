@@ -1,6 +1,6 @@
 // Putting a finished book in the user's place, the lock that keeps two
 // builds off one output, and the sweep of what killed builds left beside it.
-#include "container/FaultInjection.h"
+#include "container/io/FaultInjection.h"
 #include "export/engine/DestinationWritability.h"
 #include "export/engine/ExportError.h"
 #include "process/ManualCancellationToken.h"

@@ -1,6 +1,6 @@
 // The map from a book's tags to iTunes items and mp4tags options, the error
 // texts, and cover preparation.
-#include "core/BookMetadata.h"
+#include "core/book/BookMetadata.h"
 #include "export/metadata/CoverImageProcessor.h"
 #include "export/metadata/DefaultMetadataWritingService.h"
 #include "export/metadata/MP4ArtService.h"

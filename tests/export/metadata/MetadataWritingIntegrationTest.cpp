@@ -5,8 +5,8 @@
 #include "support/MediaReaders.h"
 #include "support/ScriptedTool.h"
 
-#include "container/MP4BoxHeader.h"
-#include "container/MP4File.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4File.h"
 #include "process/BinaryResolver.h"
 #include "export/metadata/CoverImageProcessor.h"
 #include "export/metadata/DefaultMetadataWritingService.h"

@@ -7,7 +7,7 @@
 #include "export/settings/PresetManager.h"
 #include "export/settings/SampleRateOptionsService.h"
 
-#include "core/JsonReader.h"
+#include "core/json/JsonReader.h"
 #include "platform/L10n.h"
 #include "support/Fixtures.h"
 

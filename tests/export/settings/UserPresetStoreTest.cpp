@@ -1,6 +1,6 @@
 #include "export/settings/UserPresetStore.h"
 
-#include "core/JsonReader.h"
+#include "core/json/JsonReader.h"
 #include "platform/AppPaths.h"
 #include "platform/AppSettings.h"
 #include "platform/Log.h"
