@@ -79,7 +79,7 @@ QStringList DemoCommand::makeSampleBook(const QString& folder, double secondsPer
                                QStringLiteral("-y"),
                                path};
         const FFmpegResult r = ffmpeg.run(args, secondsPerChapter, CancellationToken::never());
-        if (!r.success)
+        if (!r.succeeded())
             throw GenericError(QStringLiteral("Could not make the sample audio ") + QFileInfo(path).fileName()
                                + QStringLiteral(": ") + r.error.value_or(QString()));
         files << path;

@@ -2,7 +2,7 @@
 
 #include "build/BuildFailure.h"
 #include "build/LibraryBookBuild.h"
-#include "cli/BuildCommand.h"
+#include "cli/BuildOptionParser.h"
 #include "cli/BuildResultPrinter.h"
 #include "cli/CancelOnSignal.h"
 #include "cli/Console.h"
@@ -553,7 +553,7 @@ int showLog(const Common& c)
 // ---- queue add
 
 struct AddOptions {
-    BuildCommand::Options build;
+    BuildOptions build;
     QStringList books;
     std::optional<QString> organize;
 };
@@ -581,11 +581,11 @@ std::variant<AddOptions, QString> parseAdd(const QStringList& args)
     }
     if (!a.books.isEmpty())
         rest << QStringLiteral("--book") << a.books.first();
-    const auto parsed = BuildCommand::parse(rest);
+    const auto parsed = BuildOptionParser::parse(rest);
     if (const QString* error = std::get_if<QString>(&parsed))
         return *error;
-    a.build = std::get<BuildCommand::Options>(parsed);
-    const BuildCommand::Options& o = a.build;
+    a.build = std::get<BuildOptions>(parsed);
+    const BuildOptions& o = a.build;
     if (o.jobs)
         return QStringLiteral("-j belongs to the run: give it to 'folivox queue run'");
     if (o.logFile)
@@ -606,7 +606,7 @@ std::variant<AddOptions, QString> parseAdd(const QStringList& args)
     return a;
 }
 
-bool settingsGiven(const BuildCommand::Options& o)
+bool settingsGiven(const BuildOptions& o)
 {
     return o.preset || o.format || o.codec || o.bitrate || o.keepBitrate || o.channels || o.sampleRate || o.passthrough
         || o.splitHours || o.splitSizeMB || o.snapToChapters || o.coverSize || o.coverQuality
@@ -620,7 +620,7 @@ int add(const QStringList& args)
     if (const QString* error = std::get_if<QString>(&parsed))
         return fail(QStringLiteral("add"), *error, json, ExitUsage);
     const AddOptions& a = std::get<AddOptions>(parsed);
-    const BuildCommand::Options& o = a.build;
+    const BuildOptions& o = a.build;
     Log::setVerbose(o.verbose);
 
     auto store = std::make_shared<QueueStore>();
@@ -657,9 +657,9 @@ int add(const QStringList& args)
                 } catch (const Error& e) {
                     throw BuildFailure::failed(e.description(), libraryRoot);
                 }
-                request.build = BuildCommand::requestFrom(o, request.libraryBook->settings);
+                request.build = BuildOptionParser::requestFrom(o, request.libraryBook->settings);
             } else {
-                request.build = BuildCommand::requestFrom(o);
+                request.build = BuildOptionParser::requestFrom(o);
             }
             job = QueueEnqueuer::make(request, existing, *store, token, sinks);
             progress.finish();

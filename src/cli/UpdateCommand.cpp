@@ -1,11 +1,11 @@
 #include "cli/UpdateCommand.h"
 
-#include "cli/BuildCommand.h"
+#include "cli/BuildOptionParser.h"
 #include "cli/Console.h"
 #include "cli/ProgressReporter.h"
 #include "cli/SignalCancellation.h"
-#include "core/ChapterSnapshot.h"
-#include "import/LibavAudioInspector.h"
+#include "core/chapters/ChapterSnapshot.h"
+#include "import/probe/LibavAudioInspector.h"
 #include "inplace/DefaultInPlaceEligibilityService.h"
 #include "inplace/DefaultInPlaceUpdateService.h"
 #include "inplace/InPlaceUpdateController.h"
@@ -14,7 +14,7 @@
 #include "library/LibraryStore.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
-#include "sidecars/SidecarParserRegistry.h"
+#include "sidecars/parsers/SidecarParserRegistry.h"
 
 #include <QCollator>
 #include <QCommandLineParser>
@@ -34,7 +34,7 @@ namespace folivox::cli {
 
 namespace {
 
-// The tag options of `folivox build`, read by BuildCommand::parse.
+// The tag options of `folivox build`, read by BuildOptionParser::parse.
 const char* const kTagOptions[] = {"title",   "author",  "narrator", "series",    "series-index", "year",      "genre",
                                    "language", "description", "summary", "comment", "publisher", "copyright", "sort-title",
                                    "sort-author"};
@@ -327,10 +327,10 @@ std::variant<UpdateCommand::Options, QString> UpdateCommand::parse(const QString
     for (const char* name : kTagOptions)
         if (p.isSet(QString::fromLatin1(name)))
             tagArgs << QStringLiteral("--") + QString::fromLatin1(name) << p.value(QString::fromLatin1(name));
-    const auto build = BuildCommand::parse(tagArgs + QStringList{QStringLiteral("update-target")});
+    const auto build = BuildOptionParser::parse(tagArgs + QStringList{QStringLiteral("update-target")});
     if (const QString* error = std::get_if<QString>(&build))
         return *error;
-    o.tags = std::get<BuildCommand::Options>(build).tags;
+    o.tags = std::get<BuildOptions>(build).tags;
 
     if (p.isSet(QStringLiteral("chapter-titles")))
         o.chapterTitles = p.value(QStringLiteral("chapter-titles"));
