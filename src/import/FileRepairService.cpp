@@ -183,7 +183,7 @@ std::optional<FileRepairService::Produced> FileRepairService::run(const QString&
                     log(QStringLiteral("Repair of ") + name + QStringLiteral(" cancelled"));
                     return std::nullopt;
                 }
-                if (check.success && check.decodeErrorCount == 0 && check.stderr.trimmed().isEmpty()) {
+                if (check.succeeded() && check.decodeErrorCount == 0 && check.stderr.trimmed().isEmpty()) {
                     copied = true;
                     exactBytes = frames->bytes;
                     outcome.method = Method::frameCopy;
@@ -210,7 +210,7 @@ std::optional<FileRepairService::Produced> FileRepairService::run(const QString&
             }
             args << output;
             const FFmpegResult result = ffmpeg_->run(args, duration, token, progress);
-            if (!result.success) {
+            if (!result.succeeded()) {
                 log(QStringLiteral("❌ Repair failed for %1 after %2s: %3")
                         .arg(name, secondsText(clock), result.error.value_or(QString())));
                 return std::nullopt;

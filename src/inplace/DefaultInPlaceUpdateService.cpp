@@ -1,12 +1,12 @@
 #include "inplace/DefaultInPlaceUpdateService.h"
 
-#include "container/FaultInjection.h"
-#include "container/FtypPatcher.h"
-#include "container/LanguageCodes.h"
-#include "container/MP4ChapterTrackLanguagePatcher.h"
-#include "container/MP4LanguageAtomWriter.h"
-#include "container/MP4File.h"
-#include "container/SafeFileReplace.h"
+#include "container/io/FaultInjection.h"
+#include "container/mp4/FtypPatcher.h"
+#include "container/mp4/LanguageCodes.h"
+#include "container/mp4/MP4ChapterTrackLanguagePatcher.h"
+#include "container/mp4/MP4LanguageAtomWriter.h"
+#include "container/mp4/MP4File.h"
+#include "container/io/SafeFileReplace.h"
 #include "export/metadata/CoverImageProcessor.h"
 #include "export/engine/ExportError.h"
 #include "process/FFmpegWrapper.h"
@@ -357,7 +357,7 @@ void DefaultInPlaceUpdateService::writeM4BMetadataViaRemuxFallback(const QString
     ffOptions.ffmpegPath = options_.ffmpegPath;
     const FFmpegWrapper ffmpeg(ffOptions);
     const FFmpegResult r = ffmpeg.run(args, std::nullopt, token);
-    if (!r.success) {
+    if (!r.succeeded()) {
         if (token.isCancelled())
             throw ExportError::cancelled();
         QFile::remove(output);

@@ -6,12 +6,13 @@ namespace folivox {
 
 bool FFmpegResult::indicatesOutOfSpace() const
 {
-    return !success && stderr.contains(QLatin1String("No space left on device"), Qt::CaseInsensitive);
+    return end == End::outOfSpace
+           || (!succeeded() && stderr.contains(QLatin1String("No space left on device"), Qt::CaseInsensitive));
 }
 
 bool FFmpegResult::indicatesDamagedSource() const
 {
-    if (success)
+    if (succeeded())
         return false;
     static const char* const kMarkers[] = {
         "invalid data found",
@@ -32,7 +33,7 @@ bool FFmpegResult::indicatesDamagedSource() const
 QJsonObject FFmpegResult::toJson() const
 {
     QJsonObject o;
-    o.insert(QStringLiteral("success"), success);
+    o.insert(QStringLiteral("end"), enumName(end));
     if (outputURL)
         o.insert(QStringLiteral("outputURL"), *outputURL);
     if (error)
@@ -48,7 +49,7 @@ QJsonObject FFmpegResult::toJson() const
 FFmpegResult FFmpegResult::fromJson(const QJsonObject& json)
 {
     FFmpegResult r;
-    r.success = json.value(QStringLiteral("success")).toBool();
+    r.end = enumFromName<End>(json.value(QStringLiteral("end")).toString()).value_or(End::failed);
     if (json.contains(QStringLiteral("outputURL")))
         r.outputURL = json.value(QStringLiteral("outputURL")).toString();
     if (json.contains(QStringLiteral("error")))

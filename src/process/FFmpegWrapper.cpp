@@ -279,6 +279,7 @@ FFmpegResult FFmpegWrapper::run(const QStringList& arguments, std::optional<doub
     const QString cancelledText = L10n::text("error.ffmpeg.cancelled", "Cancelled by user");
     if (token.isCancelled()) {
         Log::write(QStringLiteral("[FFmpeg] Cancelled before launch"));
+        result.end = FFmpegResult::End::cancelled;
         result.error = cancelledText;
         return result;
     }
@@ -406,29 +407,34 @@ FFmpegResult FFmpegWrapper::run(const QStringList& arguments, std::optional<doub
                    + QStringLiteral(" — possible OOM/jetsam. PID=") + QString::number(pid));
 
     if (timedOut) {
+        result.end = FFmpegResult::End::timedOut;
         result.error = L10n::text("error.ffmpeg.not_responding",
                                   "FFmpeg not responding (no output for 5 min). The audio engine may be blocked by "
                                   "system security or a corrupted installation.");
     } else if (corruptStreamKilled) {
+        result.end = FFmpegResult::End::corruptStream;
         result.error = L10n::text("error.ffmpeg.corrupt_stream",
                                   "The audio stream couldn't be decoded. The file is damaged or improperly "
                                   "converted and cannot be exported.");
     } else if (stalled) {
+        result.end = FFmpegResult::End::stalled;
         result.error = FFmpegWrapperError::stalled(*stallLimitSeconds).description();
     } else if (wasCancelled) {
+        result.end = FFmpegResult::End::cancelled;
         result.error = cancelledText;
     } else if (cleanExit) {
-        result.success = true;
+        result.end = FFmpegResult::End::succeeded;
         const QString output = arguments.isEmpty() ? QString() : arguments.last();
         if (!output.isEmpty() && output != QLatin1String("-") && !output.startsWith(QLatin1String("pipe:")))
             result.outputURL = output;
         Log::write(QStringLiteral("[FFmpeg] Completed: ") + result.outputURL.value_or(QStringLiteral("-"))
                    + QStringLiteral(" in ") + fixed(result.duration, 2) + QStringLiteral("s"));
     } else {
+        result.end = diskFull ? FFmpegResult::End::outOfSpace : FFmpegResult::End::failed;
         result.error = describeFailure(arguments, status, result.stderr);
     }
 
-    if (!result.success)
+    if (!result.succeeded())
         Log::write(QStringLiteral("[FFmpeg] FAILED stderr (last 1000 chars): ") + result.stderr.right(1000));
     return result;
 }

@@ -55,7 +55,7 @@ TEST(ChildProcessReaperTest, TerminateAllEndsARunWhoseChildIgnoresSigterm)
     runner.join();
     EXPECT_GE(took, 380);
     EXPECT_LT(took, 3000);
-    EXPECT_FALSE(result.success);
+    EXPECT_FALSE(result.succeeded());
     EXPECT_EQ(result.error, QStringLiteral("Cancelled by user"));
     EXPECT_EQ(result.terminationStatus, 9);
     EXPECT_TRUE(log.contains(QStringLiteral("[FFmpeg] Reaper: SIGTERM to ffmpeg PID=")));

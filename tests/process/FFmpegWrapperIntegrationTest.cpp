@@ -52,7 +52,7 @@ TEST_F(FFmpegWrapperIntegrationTest, ProgressRisesToOneOnARealEncode)
                                   QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"),
                                   QStringLiteral("64k"), out},
                                  2.0, token, [&](double f) { fractions.push_back(f); });
-    ASSERT_TRUE(r.success) << r.error.value_or(QString()).toStdString();
+    ASSERT_TRUE(r.succeeded()) << r.error.value_or(QString()).toStdString();
     EXPECT_EQ(r.outputURL, out);
     EXPECT_EQ(r.terminationStatus, 0);
     EXPECT_EQ(r.decodeErrorCount, 0);
@@ -83,7 +83,7 @@ TEST_F(FFmpegWrapperIntegrationTest, CancelEndsARealRunPromptly)
                                  3600.0, token);
     // ffmpeg honours SIGTERM: no need for the SIGKILL five seconds later.
     EXPECT_LT(cancel.sinceCancel(), 4000);
-    EXPECT_FALSE(r.success);
+    EXPECT_FALSE(r.succeeded());
     EXPECT_EQ(r.error, QStringLiteral("Cancelled by user"));
     EXPECT_EQ(r.outputURL, std::nullopt);
     EXPECT_TRUE(log.contains(QStringLiteral("wasCancelled=true")));
@@ -105,7 +105,7 @@ TEST_F(FFmpegWrapperIntegrationTest, ChildIgnoringSigtermIsKilledAFewMomentsAfte
     const qint64 afterCancel = cancel.sinceCancel();
     EXPECT_GE(afterCancel, 5000);
     EXPECT_LT(afterCancel, 7500);
-    EXPECT_FALSE(r.success);
+    EXPECT_FALSE(r.succeeded());
     EXPECT_EQ(r.error, QStringLiteral("Cancelled by user"));
     EXPECT_EQ(r.terminationStatus, 9);
     EXPECT_TRUE(log.contains(QStringLiteral("still running 5s after SIGTERM — sending SIGKILL")));
@@ -124,7 +124,7 @@ TEST_F(FFmpegWrapperIntegrationTest, GarbageInputGivesTheCorruptFileText)
     const FFmpegResult r = w.run({QStringLiteral("-hide_banner"), QStringLiteral("-nostdin"), QStringLiteral("-i"), bad,
                                   QStringLiteral("-f"), QStringLiteral("null"), QStringLiteral("-")},
                                  std::nullopt, token);
-    EXPECT_FALSE(r.success);
+    EXPECT_FALSE(r.succeeded());
     EXPECT_NE(r.terminationStatus, 0);
     ASSERT_TRUE(r.error.has_value());
     EXPECT_TRUE(r.error->startsWith(QStringLiteral(
@@ -157,7 +157,7 @@ TEST_F(FFmpegWrapperIntegrationTest, DamagedMp3CountsDecodeErrorsButFinishesWhil
                                  10.0, token);
     EXPECT_GE(r.decodeErrorCount, 50);
     EXPECT_FALSE(r.corruptStreamKilled);
-    EXPECT_TRUE(r.success) << r.error.value_or(QString()).toStdString();
+    EXPECT_TRUE(r.succeeded()) << r.error.value_or(QString()).toStdString();
 }
 
 TEST_F(FFmpegWrapperIntegrationTest, FullDiskIsAFailureRecognisedAsOutOfSpace)
@@ -170,7 +170,7 @@ TEST_F(FFmpegWrapperIntegrationTest, FullDiskIsAFailureRecognisedAsOutOfSpace)
                                   QStringLiteral("sine=duration=2"), QStringLiteral("-c:a"), QStringLiteral("aac"),
                                   QStringLiteral("-f"), QStringLiteral("adts"), QStringLiteral("/dev/full")},
                                  2.0, token);
-    EXPECT_FALSE(r.success);
+    EXPECT_FALSE(r.succeeded());
     EXPECT_TRUE(r.indicatesOutOfSpace());
     ASSERT_TRUE(r.error.has_value());
     EXPECT_TRUE(r.error->contains(QStringLiteral("No space left on device")));
@@ -216,7 +216,7 @@ TEST_F(FFmpegWrapperIntegrationTest, EncoderCatalogReadsTheInstalledFfmpegOnceAn
                               QStringLiteral("sine=duration=1")};
         arguments << c.choice.codecArguments() << path(c.name);
         const FFmpegResult r = w.run(arguments, 1.0, token);
-        EXPECT_TRUE(r.success) << c.name.toStdString() << ": " << r.error.value_or(QString()).toStdString();
+        EXPECT_TRUE(r.succeeded()) << c.name.toStdString() << ": " << r.error.value_or(QString()).toStdString();
         EXPECT_NEAR(Fixtures::decodedDuration(path(c.name)), 1.0, 0.1) << c.name.toStdString();
     }
 }

@@ -94,7 +94,7 @@ TEST_F(FFmpegWrapperScriptedTest, SuccessPassesArgumentsVerbatimAndLogsTheRun)
     const FFmpegResult r = w.run({QStringLiteral("-i"), odd, QStringLiteral("-metadata"), QStringLiteral("title=A; B"),
                                   path(QStringLiteral("out.m4a"))},
                                  std::nullopt, token);
-    EXPECT_TRUE(r.success);
+    EXPECT_TRUE(r.succeeded());
     EXPECT_EQ(r.error, std::nullopt);
     EXPECT_EQ(r.outputURL, path(QStringLiteral("out.m4a")));
     EXPECT_EQ(r.terminationStatus, 0);
@@ -129,7 +129,7 @@ TEST_F(FFmpegWrapperScriptedTest, ProgressIsTimeOverDurationClampedAndSurvivesSp
         "exit 0"));
     std::vector<double> fractions;
     const FFmpegResult r = w.run(job(), 10.0, token, [&](double f) { fractions.push_back(f); });
-    EXPECT_TRUE(r.success);
+    EXPECT_TRUE(r.succeeded());
     EXPECT_EQ(fractions, (std::vector<double>{0.0, 0.25, 0.5, 1.0}));
     EXPECT_TRUE(log.contains(QStringLiteral("[FFmpeg] Progress: 25% time=2.5s/10.0s speed=1.5x bitrate=64kbps")));
     EXPECT_TRUE(log.contains(QStringLiteral("[FFmpeg] Progress: 50% time=5.0s/10.0s speed=2.2x bitrate=100kbps"))
@@ -140,7 +140,7 @@ TEST_F(FFmpegWrapperScriptedTest, ProgressIsTimeOverDurationClampedAndSurvivesSp
     // Without a total duration nothing is reported.
     fractions.clear();
     const FFmpegResult again = w.run(job(), std::nullopt, token, [&](double f) { fractions.push_back(f); });
-    EXPECT_TRUE(again.success);
+    EXPECT_TRUE(again.succeeded());
     EXPECT_TRUE(fractions.empty());
 }
 
@@ -152,7 +152,7 @@ TEST_F(FFmpegWrapperScriptedTest, FailureCarriesTheDiagnosticTextAndLogsTheStder
         "echo 'Warning: something minor' >&2\n"
         "exit 1"));
     const FFmpegResult r = w.run(job(), std::nullopt, token);
-    EXPECT_FALSE(r.success);
+    EXPECT_EQ(r.end, FFmpegResult::End::failed);
     EXPECT_EQ(r.terminationStatus, 1);
     EXPECT_EQ(r.error, QStringLiteral("FFmpeg exit code: 1\n\n[aac @ 0x1] Unable to set encoding parameters"));
     EXPECT_EQ(r.outputURL, std::nullopt);
@@ -187,7 +187,7 @@ TEST_F(FFmpegWrapperScriptedTest, FortyNineDecodeErrorsNeverStopARun)
     // No time= at all for 1.2 s, four times the limit, but one error short.
     const FFmpegWrapper w = wrapper(decodeErrors(49) + QStringLiteral("\nsleep 1.2\necho 'done' >&2\nexit 0"), options);
     const FFmpegResult r = w.run(job(), 60.0, token);
-    EXPECT_TRUE(r.success);
+    EXPECT_TRUE(r.succeeded());
     EXPECT_EQ(r.decodeErrorCount, 49);
     EXPECT_FALSE(r.corruptStreamKilled);
     EXPECT_FALSE(log.contains(QStringLiteral("CORRUPT STREAM")));
@@ -201,7 +201,7 @@ TEST_F(FFmpegWrapperScriptedTest, FiftyDecodeErrorsStopARunOnlyWhileTimeStandsSt
     const FFmpegWrapper moving = wrapper(decodeErrors(50) + QStringLiteral("\n") + movingProgress(20) + QStringLiteral("\nexit 0"),
                                          options);
     const FFmpegResult ok = moving.run(job(), 60.0, token);
-    EXPECT_TRUE(ok.success) << ok.error.value_or(QString()).toStdString();
+    EXPECT_TRUE(ok.succeeded()) << ok.error.value_or(QString()).toStdString();
     EXPECT_EQ(ok.decodeErrorCount, 50);
     EXPECT_FALSE(ok.corruptStreamKilled);
 
@@ -216,7 +216,7 @@ TEST_F(FFmpegWrapperScriptedTest, FiftyDecodeErrorsStopARunOnlyWhileTimeStandsSt
     clock.start();
     const FFmpegResult killed = frozen.run(job(), 60.0, token);
     EXPECT_LT(clock.elapsed(), 10000);
-    EXPECT_FALSE(killed.success);
+    EXPECT_EQ(killed.end, FFmpegResult::End::corruptStream);
     EXPECT_TRUE(killed.corruptStreamKilled);
     EXPECT_EQ(killed.decodeErrorCount, 50);
     EXPECT_EQ(killed.error, kCorruptStream);
@@ -235,7 +235,7 @@ TEST_F(FFmpegWrapperScriptedTest, SilentChildIsStoppedAfterTheSilenceLimit)
     const FFmpegResult r = w.run(job(), std::nullopt, token);
     EXPECT_GE(clock.elapsed(), 450);
     EXPECT_LT(clock.elapsed(), 10000);
-    EXPECT_FALSE(r.success);
+    EXPECT_EQ(r.end, FFmpegResult::End::timedOut);
     EXPECT_EQ(r.error, kNotResponding);
     EXPECT_EQ(r.terminationStatus, 15);
     EXPECT_TRUE(log.contains(QStringLiteral("[FFmpeg] TIMEOUT: No output for 0.5s — killing stuck process PID=")));
@@ -251,7 +251,7 @@ TEST_F(FFmpegWrapperScriptedTest, StallLimitStopsAChildThatWritesButMakesNoProgr
     clock.start();
     const FFmpegResult r = stuck.run(job(), 60.0, token, {}, 0.6);
     EXPECT_LT(clock.elapsed(), 10000);
-    EXPECT_FALSE(r.success);
+    EXPECT_EQ(r.end, FFmpegResult::End::stalled);
     EXPECT_FALSE(r.corruptStreamKilled);
     EXPECT_EQ(r.error, QStringLiteral("FFmpeg made no progress for 0.6 s and was stopped."));
     EXPECT_TRUE(log.contains(QStringLiteral("[FFmpeg] STALL: no progress for ")));
@@ -259,14 +259,14 @@ TEST_F(FFmpegWrapperScriptedTest, StallLimitStopsAChildThatWritesButMakesNoProgr
     // The same limit leaves a child alone while its time= moves.
     const FFmpegWrapper moving = wrapper(movingProgress(15) + QStringLiteral("\nexit 0"));
     const FFmpegResult ok = moving.run(job(), 60.0, token, {}, 0.6);
-    EXPECT_TRUE(ok.success) << ok.error.value_or(QString()).toStdString();
+    EXPECT_TRUE(ok.succeeded()) << ok.error.value_or(QString()).toStdString();
 }
 
 TEST_F(FFmpegWrapperScriptedTest, ExternalSignalIsLoggedAsSuchAndReportedWithTheDiagnosticText)
 {
     const FFmpegWrapper w = wrapper(QStringLiteral("echo 'Press [q] to stop' >&2\nkill -9 $$"));
     const FFmpegResult r = w.run(job(), std::nullopt, token);
-    EXPECT_FALSE(r.success);
+    EXPECT_EQ(r.end, FFmpegResult::End::failed);
     EXPECT_EQ(r.terminationStatus, 9);
     EXPECT_EQ(r.error, QStringLiteral("FFmpeg exit code: 9\n\nPress [q] to stop"));
     EXPECT_TRUE(log.contains(QStringLiteral("[FFmpeg] SIGNAL exitCode=9 duration=")));
@@ -280,7 +280,7 @@ TEST_F(FFmpegWrapperScriptedTest, CancelStopsTheChildAndReadsCancelledByUser)
     DelayedCancel cancel(token, 300ms);
     const FFmpegResult r = w.run(job(), 600.0, token);
     EXPECT_LT(cancel.sinceCancel(), 3000);
-    EXPECT_FALSE(r.success);
+    EXPECT_EQ(r.end, FFmpegResult::End::cancelled);
     EXPECT_EQ(r.error, QStringLiteral("Cancelled by user"));
     EXPECT_TRUE(log.contains(QStringLiteral("[FFmpeg] Cancel requested — sending SIGTERM to PID=")));
     EXPECT_TRUE(log.contains(QStringLiteral("wasCancelled=true")));
@@ -294,7 +294,7 @@ TEST_F(FFmpegWrapperScriptedTest, AlreadyCancelledTokenStartsNothing)
     const FFmpegWrapper w = wrapper(QStringLiteral("touch '%1'").arg(marker));
     token.cancel();
     const FFmpegResult r = w.run(job(), std::nullopt, token);
-    EXPECT_FALSE(r.success);
+    EXPECT_EQ(r.end, FFmpegResult::End::cancelled);
     EXPECT_EQ(r.error, QStringLiteral("Cancelled by user"));
     EXPECT_FALSE(QFileInfo::exists(marker));
     EXPECT_FALSE(log.contains(QStringLiteral("[FFmpeg] Binary:")));
@@ -330,7 +330,7 @@ TEST_F(FFmpegWrapperScriptedTest, RefusedPathsStartNothing)
     EXPECT_FALSE(log.contains(QStringLiteral("[FFmpeg] Binary:")));
     EXPECT_EQ(ChildProcessReaper::instance().count(), 0u);
     // The same wrapper runs a clean job.
-    EXPECT_TRUE(w.run(job(), std::nullopt, token).success);
+    EXPECT_TRUE(w.run(job(), std::nullopt, token).succeeded());
     EXPECT_TRUE(QFileInfo::exists(marker));
 }
 
@@ -372,11 +372,11 @@ TEST_F(FFmpegWrapperScriptedTest, WrongArchitectureFallsBackOnceAndKeepsTheOther
     EXPECT_EQ(w.ffmpegPath(), native);
 
     const FFmpegResult first = w.run(job(), std::nullopt, token);
-    EXPECT_TRUE(first.success);
+    EXPECT_TRUE(first.succeeded());
     EXPECT_EQ(w.ffmpegPath(), fallback);
     EXPECT_EQ(log.count(QStringLiteral("[FFmpeg] Wrong architecture for ")), 1);
     // Later runs, and later lookups in this program, go straight to it.
-    EXPECT_TRUE(w.run(job(), std::nullopt, token).success);
+    EXPECT_TRUE(w.run(job(), std::nullopt, token).succeeded());
     EXPECT_EQ(log.count(QStringLiteral("[FFmpeg] Wrong architecture for ")), 1);
     EXPECT_EQ(Fixtures::readFile(count), QByteArray("run\nrun\n"));
     EXPECT_EQ(BinaryResolver().find(QStringLiteral("ffmpeg")), fallback);
@@ -424,7 +424,7 @@ TEST_F(FFmpegWrapperScriptedTest, StderrIsBoundedKeepingItsStartAndEnd)
         "i=0; while [ $i -lt 4000 ]; do echo \"line $i ......................................................."
         "..........................\" >&2; i=$((i+1)); done\nexit 0"));
     const FFmpegResult r = w.run(job(), std::nullopt, token);
-    EXPECT_TRUE(r.success);
+    EXPECT_TRUE(r.succeeded());
     const QByteArray bytes = r.stderr.toUtf8();
     EXPECT_LE(bytes.size(), FFmpegWrapper::kStderrLimit);
     EXPECT_GT(bytes.size(), FFmpegWrapper::kStderrLimit - 100);
@@ -438,7 +438,7 @@ TEST_F(FFmpegWrapperScriptedTest, ExitZeroWithAFullDiskIsAFailure)
     const FFmpegWrapper w = wrapper(QStringLiteral(
         "echo 'Error writing trailer of out.m4a: No space left on device' >&2\nexit 0"));
     const FFmpegResult r = w.run(job(), std::nullopt, token);
-    EXPECT_FALSE(r.success);
+    EXPECT_EQ(r.end, FFmpegResult::End::outOfSpace);
     EXPECT_TRUE(r.indicatesOutOfSpace());
     EXPECT_EQ(r.error, QStringLiteral("FFmpeg exit code: 0\n\nError writing trailer of out.m4a: No space left on device"));
 }
@@ -466,8 +466,8 @@ TEST_F(FFmpegWrapperScriptedTest, ParallelRunsAreIndependent)
     cancelSlow.cancel();
     for (auto& t : threads)
         t.join();
-    EXPECT_TRUE(results[0].success);
-    EXPECT_TRUE(results[1].success);
+    EXPECT_TRUE(results[0].succeeded());
+    EXPECT_TRUE(results[1].succeeded());
     EXPECT_EQ(results[2].error, QStringLiteral("Cancelled by user"));
     EXPECT_EQ(progress[0].size(), 8u);
     EXPECT_EQ(progress[1].size(), 8u);

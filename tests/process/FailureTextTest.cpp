@@ -126,7 +126,7 @@ TEST(FFmpegResultTest, FullDiskAndDamagedSourceAreRecognisedOnlyInFailedRuns)
     r.stderr = QStringLiteral("Error while opening encoder for output stream");
     EXPECT_FALSE(r.indicatesDamagedSource());
     r.stderr = QStringLiteral("moov atom not found; No space left on device");
-    r.success = true;
+    r.end = FFmpegResult::End::succeeded;
     EXPECT_FALSE(r.indicatesDamagedSource());
     EXPECT_FALSE(r.indicatesOutOfSpace());
 }
@@ -134,7 +134,7 @@ TEST(FFmpegResultTest, FullDiskAndDamagedSourceAreRecognisedOnlyInFailedRuns)
 TEST(FFmpegResultTest, JsonRoundTripLeavesEmptyOptionalsOut)
 {
     FFmpegResult r;
-    r.success = false;
+    r.end = FFmpegResult::End::corruptStream;
     r.error = QStringLiteral("Cancelled by user");
     r.duration = 1.25;
     r.stderr = QStringLiteral("x\ny");
@@ -151,6 +151,7 @@ TEST(FFmpegResultTest, JsonRoundTripLeavesEmptyOptionalsOut)
     EXPECT_EQ(back.decodeErrorCount, 51);
     EXPECT_TRUE(back.corruptStreamKilled);
     EXPECT_EQ(back.terminationStatus, 15);
+    EXPECT_EQ(back.end, FFmpegResult::End::corruptStream);
 }
 
 TEST(BoundedOutputBufferTest, KeepsStartAndEndWithinTheLimitAndSaysHowMuchWasDropped)

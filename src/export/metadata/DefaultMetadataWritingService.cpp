@@ -1,17 +1,17 @@
 #include "export/metadata/DefaultMetadataWritingService.h"
 
-#include "container/FastStartRelocator.h"
-#include "container/FileRangeCopier.h"
-#include "container/FtypPatcher.h"
-#include "container/LanguageCodes.h"
-#include "container/MP4BoxHeader.h"
-#include "container/MP4BoxTree.h"
-#include "container/MP4Bytes.h"
-#include "container/MP4ChapterTrackLanguagePatcher.h"
-#include "container/MP4File.h"
-#include "container/MP4StsdChannelPatcher.h"
-#include "container/MP4TailSnapshot.h"
-#include "container/SafeFileReplace.h"
+#include "container/mp4/FastStartRelocator.h"
+#include "container/io/FileRangeCopier.h"
+#include "container/mp4/FtypPatcher.h"
+#include "container/mp4/LanguageCodes.h"
+#include "container/mp4/MP4BoxHeader.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4Bytes.h"
+#include "container/mp4/MP4ChapterTrackLanguagePatcher.h"
+#include "container/mp4/MP4File.h"
+#include "container/mp4/MP4StsdChannelPatcher.h"
+#include "container/mp4/MP4TailSnapshot.h"
+#include "container/io/SafeFileReplace.h"
 #include "process/BinaryResolver.h"
 #include "export/metadata/CoverImageProcessor.h"
 #include "export/settings/CoverOptions.h"
@@ -530,7 +530,7 @@ void DefaultMetadataWritingService::run(Operation operation, const QString& file
                                    QStringLiteral("attached_pic"), QStringLiteral("-f"), QStringLiteral("ipod"),
                                    QStringLiteral("-y"), output};
             const FFmpegResult fr = ffmpeg.run(args, std::nullopt, token);
-            if (!fr.success) {
+            if (!fr.succeeded()) {
                 throwIfCancelled(token);
                 const QString detail = fr.error.value_or(QStringLiteral("exit %1").arg(fr.terminationStatus));
                 log(QStringLiteral("FFmpeg cover fallback also FAILED: ") + detail);
@@ -671,7 +671,7 @@ void DefaultMetadataWritingService::writeLargeBook(const QString& file, const QL
 
     log(QStringLiteral("ffmpeg cmd: ") + ffmpeg.ffmpegPath() + u' ' + args.join(u' '));
     const FFmpegResult r = ffmpeg.run(args, std::nullopt, token);
-    if (!r.success) {
+    if (!r.succeeded()) {
         throwIfCancelled(token);
         const QString status = QStringLiteral("exit %1").arg(r.terminationStatus);
         log(QStringLiteral("ffmpeg pass FAILED: %1 elapsed %2s stderrLen=%3 stdoutLen=0")

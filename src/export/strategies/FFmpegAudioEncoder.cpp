@@ -1,8 +1,8 @@
 #include "export/strategies/FFmpegAudioEncoder.h"
 
-#include "container/MP4BoxTree.h"
-#include "container/MP4Bytes.h"
-#include "container/MP4MoovReader.h"
+#include "container/mp4/MP4BoxTree.h"
+#include "container/mp4/MP4Bytes.h"
+#include "container/mp4/MP4MoovReader.h"
 #include "process/AnyOfCancellationToken.h"
 #include "export/strategies/ConcatList.h"
 #include "export/engine/ExportError.h"
@@ -450,7 +450,7 @@ void FFmpegAudioEncoder::encodeSegment(const PlannedSegment& segment, const Outp
                 if (last && !piece.fullTrack)
                     fade = 0.02;
                 const FFmpegResult r = wrapper_->run(extractArguments(piece, pieceOut, fade), piece.length, token);
-                if (!r.success) {
+                if (!r.succeeded()) {
                     if (token.isCancelled())
                         throw FFmpegEncoderError::cancelled();
                     if (r.indicatesOutOfSpace())
@@ -473,7 +473,7 @@ void FFmpegAudioEncoder::encodeSegment(const PlannedSegment& segment, const Outp
     const FFmpegResult result = wrapper_->run(args, segment.plannedDuration > 0 ? std::optional<double>(segment.plannedDuration)
                                                                                : std::nullopt,
                                               token, progress);
-    if (!result.success)
+    if (!result.succeeded())
         throwFailure(result, token, segment.copy, failureContext(segment, result));
     if (!QFileInfo::exists(output) || QFileInfo(output).size() == 0) {
         auto error = FFmpegEncoderError::executionFailed(QStringLiteral("Segment %1 produced no audio").arg(segment.index));
@@ -574,7 +574,7 @@ QString FFmpegAudioEncoder::mergeChapter(int chapterNumber, const QStringList& p
     const QString listPath = QDir(workDir).filePath(QStringLiteral("chapter_%1_list.txt").arg(threeDigits(chapterNumber)));
     tile(parts).list.write(listPath);
     const FFmpegResult r = wrapper_->run(mergeArguments(listPath, output), std::nullopt, token);
-    if (!r.success) {
+    if (!r.succeeded()) {
         if (token.isCancelled())
             throw FFmpegEncoderError::cancelled();
         if (r.indicatesOutOfSpace())
@@ -592,7 +592,7 @@ std::vector<double> FFmpegAudioEncoder::runJoin(const QStringList& files, const 
     const TiledList tiled = tile(files);
     tiled.list.write(listPath);
     const FFmpegResult r = wrapper_->run(joinArguments(listPath, output, muxer), tiled.presentedEnd, token, progress);
-    if (!r.success) {
+    if (!r.succeeded()) {
         if (token.isCancelled())
             throw FFmpegEncoderError::cancelled();
         if (r.indicatesOutOfSpace())

@@ -91,7 +91,7 @@ GaplessSliceEncoder::decodeSources(const QStringList& sources, const std::vector
                  << QString::number(sampleRate) << QStringLiteral("-c:a") << QStringLiteral("pcm_s16le")
                  << QStringLiteral("-f") << QStringLiteral("s16le") << QStringLiteral("-y") << d.pcm;
             const FFmpegResult r = encoder_->wrapper().run(args, std::nullopt, jobToken, [&, i](double f) { report(i, f); });
-            if (!r.success)
+            if (!r.succeeded())
                 failJob(r, jobToken, {QFileInfo(d.path).fileName()},
                         QStringLiteral("Cannot decode ") + QFileInfo(d.path).fileName());
             d.samples = QFileInfo(d.pcm).size() / (kBytesPerSample * channels);
@@ -122,7 +122,7 @@ EncoderFraming GaplessSliceEncoder::probeFraming(const FFmpegAudioEncoder::Outpu
     args << encoder_->encoderBlock(spec, false);
     args << QStringLiteral("-f") << QStringLiteral("ipod") << QStringLiteral("-y") << out;
     const FFmpegResult r = encoder_->wrapper().run(args, std::nullopt, token);
-    if (!r.success)
+    if (!r.succeeded())
         failJob(r, token, {}, QStringLiteral("The encoder could not be started"));
     const MP4GaplessTrim::Layout layout = MP4GaplessTrim::read(out);
     QFile::remove(out);
@@ -252,7 +252,7 @@ void GaplessSliceEncoder::encodeAndJoin(const SlicePlan& plan, const std::vector
             args << QStringLiteral("-f") << QStringLiteral("adts") << QStringLiteral("-y") << files[std::size_t(i)];
             const FFmpegResult r = encoder_->wrapper().run(args, double(s.inputLength()) / rate, jobToken,
                                                            [&, i](double f) { report(i, f); });
-            if (!r.success)
+            if (!r.succeeded())
                 failJob(r, jobToken, names, QStringLiteral("Segment %1 failed").arg(i));
             report(i, 1.0);
         },
@@ -302,7 +302,7 @@ void GaplessSliceEncoder::encodeAndJoin(const SlicePlan& plan, const std::vector
         if (joinProgress)
             joinProgress(0.3 + 0.6 * f);
     });
-    if (!r.success) {
+    if (!r.succeeded()) {
         if (token->isCancelled())
             throw FFmpegEncoderError::cancelled();
         if (r.indicatesOutOfSpace())

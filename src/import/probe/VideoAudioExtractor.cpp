@@ -62,7 +62,7 @@ VideoAudioExtractor::Extraction VideoAudioExtractor::extract(const QString& vide
         result.error = QString::fromUtf8(e.what());
         return result;
     }
-    if (!run.success || !QFileInfo(output).isFile() || QFileInfo(output).size() == 0) {
+    if (!run.succeeded() || !QFileInfo(output).isFile() || QFileInfo(output).size() == 0) {
         result.error = run.error.value_or(QStringLiteral("ffmpeg produced no audio"));
         return result;  // the folder and anything half-written go with it
     }
