@@ -74,7 +74,7 @@ QueueBuildFailure QueueFailureClassifier::classify(const BuildFailure& failure, 
     } else {
         const ExportError& e = *failure.exportError;
         const QString text = message + u'\n' + e.description();
-        const bool outOfSpace = mentionsOutOfSpace(text) || e.underlyingType() == QLatin1String("OutOfSpace");
+        const bool outOfSpace = e.kind() == ExportError::Kind::outOfSpace || mentionsOutOfSpace(text);
         const bool writeFailure = e.kind() == ExportError::Kind::destinationNotWritable
                                   || e.kind() == ExportError::Kind::failedToWrite || e.kind() == ExportError::Kind::underlying;
         if (outOfSpace) {
@@ -108,7 +108,8 @@ QueueBuildFailure QueueFailureClassifier::classify(const BuildFailure& failure, 
             case ExportError::Kind::validationFailed:
                 result = QueueBuildFailure::classified(Class::permanent, message);
                 break;
-            case ExportError::Kind::cancelled: // handled above
+            case ExportError::Kind::cancelled:  // handled above
+            case ExportError::Kind::outOfSpace: // handled above
             case ExportError::Kind::failedToWrite:
             case ExportError::Kind::underlying:
                 result = QueueBuildFailure::classified(Class::transient, message);

@@ -1,5 +1,7 @@
 #include "export/engine/DefaultExportService.h"
 
+#include "export/engine/ExportFailureClassifier.h"
+
 #include "process/AnyOfCancellationToken.h"
 #include "export/engine/DestinationWritability.h"
 #include "export/decision/ExportDecisionService.h"
@@ -104,25 +106,6 @@ QString settingsLine(const ExportSettings& s)
         .arg(s.splitHours)
         .arg(s.splitSizeMB)
         .arg(boolText(s.snapToChapters), enumName(s.coverSize), enumName(s.coverQuality));
-}
-
-// The disk of the temporary folder filled up: say which folder, and what to do.
-ExportError temporaryFolderFull()
-{
-    return ExportError::underlying(
-        L10n::format(L10n::text("export.error.outOfSpace.temporaryFolder",
-                                "The disk that holds the temporary folder “%@” ran out of space while building this "
-                                "audiobook.\n\nFolivox needs room there for temporary files while it works — for a "
-                                "long book that can be several gigabytes more than the finished file. Free up space on "
-                                "that disk, or set TMPDIR to a folder on a disk with more room, then start the build "
-                                "again."),
-                     {QDir::toNativeSeparators(QDir::tempPath())}),
-        QStringLiteral("OutOfSpace"));
-}
-
-bool isOutOfSpace(const std::exception_ptr& error)
-{
-    return describe(error) == ExportError::outOfSpace().description();
 }
 
 // The folders where a build makes files beside its output.
@@ -302,24 +285,6 @@ QString DefaultExportService::defaultLogFile()
                               + QStringLiteral(".log"));
 }
 
-bool DefaultExportService::isCancellation(const std::exception_ptr& error, const CancellationToken& token)
-{
-    if (token.isCancelled())
-        return true;
-    if (FFmpegAudioEncoder::isCancellation(error))
-        return true;
-    try {
-        std::rethrow_exception(error);
-    } catch (const ExportError& e) {
-        if (e.kind() == ExportError::Kind::underlying) {
-            const QString text = e.detail();
-            return text == ExportError::cancelled().description() || text == FFmpegEncoderError::cancelled().description();
-        }
-    } catch (...) {
-    }
-    return false;
-}
-
 bool DefaultExportService::cleanUp(const QString& outputPath, bool destinationPreExisted,
                                    const QSet<QString>& protectedSourceIdentities)
 {
@@ -474,8 +439,20 @@ void DefaultExportService::drive(Job& job)
     ExportContext context;
     ExportDecision decision;
     std::unique_ptr<ExportStrategy> strategy;
-    bool completed = false;
     std::vector<std::pair<QString, double>> driverTimings;
+    // The one place a build ends well: the outcome gets the decision's
+    // reasons and the driver's timings and is delivered.
+    const auto succeed = [&](ExportOutcome outcome) {
+        outcome.strategy = strategy ? strategy->kind() : decision.strategy;
+        outcome.reasons = decision.reasons;
+        outcome.timings.insert(outcome.timings.begin(), driverTimings.begin(), driverTimings.end());
+        outcome.timings.emplace_back(QStringLiteral("total"), double(wall.elapsed()) / 1000.0);
+        log(QStringLiteral("========== EXPORT COMPLETED ========== (") + QString::number(wall.elapsed())
+            + QStringLiteral(" ms)"));
+        log(QStringLiteral("Build log: ") + logFile);
+        Log::setFile({});
+        deliver(job, ExportResult::success(std::move(outcome)));
+    };
     try {
         // 7. Settings and tag items.
         log(QStringLiteral("Settings: ") + settingsLine(request.settings));
@@ -518,23 +495,6 @@ void DefaultExportService::drive(Job& job)
         context.progressHandler = progress;
         context.formatProbe = dependencies_.formatProbe;
         context.parallelJobs = request.parallelJobs;
-        context.completion = [&](const ExportOutcome& made) {
-            if (completed) {
-                log(QStringLiteral("a strategy reported success twice — ignored"));
-                return;
-            }
-            completed = true;
-            ExportOutcome outcome = made;
-            outcome.strategy = strategy ? strategy->kind() : decision.strategy;
-            outcome.reasons = decision.reasons;
-            outcome.timings.insert(outcome.timings.begin(), driverTimings.begin(), driverTimings.end());
-            outcome.timings.emplace_back(QStringLiteral("total"), double(wall.elapsed()) / 1000.0);
-            log(QStringLiteral("========== EXPORT COMPLETED ========== (") + QString::number(wall.elapsed())
-                + QStringLiteral(" ms)"));
-            log(QStringLiteral("Build log: ") + logFile);
-            Log::setFile({});
-            deliver(job, ExportResult::success(outcome));
-        };
         log(QStringLiteral("useFFmpegEncoder=true"));
 
         // 13. The banner.
@@ -572,71 +532,66 @@ void DefaultExportService::drive(Job& job)
                 .arg(plan.uniqueURLs.size()));
         strategy = makeStrategy(decision.strategy, false);
         log(QStringLiteral("Running strategy ") + strategy->name());
-        strategy->run(context);
-        if (!completed)
-            throw ExportError::failedToWrite();
+        ExportOutcome made = strategy->run(context);
+        succeed(std::move(made));
         return;
     } catch (...) {
         std::exception_ptr error = std::current_exception();
-        if (completed) {
-            log(QStringLiteral("error after the completion was delivered (ignored): ") + describe(error));
-            return;
-        }
+        ExportFailureClassifier::Kind kind = ExportFailureClassifier::classify(error, *token);
 
         // The one retry: a copy path met a damaged source.
-        bool corrupted = false;
-        QString details;
-        try {
-            std::rethrow_exception(error);
-        } catch (const ExportError& e) {
-            corrupted = e.kind() == ExportError::Kind::corruptedSourceRequiresTranscode;
-            details = e.detail();
-        } catch (...) {
-        }
-        if (corrupted && !isCancellation(error, *token)) {
+        if (kind == ExportFailureClassifier::Kind::corruptedSource) {
+            QString details;
+            try {
+                std::rethrow_exception(error);
+            } catch (const ExportError& e) {
+                details = e.detail();
+            } catch (...) {
+            }
             log(QStringLiteral("Corrupted source detected, retrying with TranscodeStrategy. Details: ") + details);
             progress(ExportProgress{ExportPhase::encoding, 0.0, L10n::text("export.progress.encoding", "Encoding audio…")});
+            std::optional<ExportOutcome> retried;
             try {
                 strategy = makeStrategy(ExportDecision::Strategy::transcode, true);
-                strategy->run(context);
-                if (!completed)
-                    throw ExportError::failedToWrite();
-                return;
+                retried = strategy->run(context);
             } catch (...) {
                 const std::exception_ptr retryError = std::current_exception();
-                if (completed)
-                    return;
-                if (isCancellation(retryError, *token)) {
-                    log(QStringLiteral("CANCELLED during post-processing"));
-                    finishFailed(ExportResult::failure(ExportError::cancelled()),
-                                 QStringLiteral("========== EXPORT CANCELLED =========="));
+                if (ExportFailureClassifier::classify(retryError, *token) != ExportFailureClassifier::Kind::cancelled) {
+                    const QString first = ExportError::corruptedSourceRequiresTranscode(details).description();
+                    const QString second = describe(retryError);
+                    log(QStringLiteral("TranscodeStrategy retry ALSO FAILED: ") + second);
+                    log(QStringLiteral("Retry error description: ") + second);
+                    finishFailed(ExportResult::failure(ExportError::transcodeFailedAfterRetry(first, second),
+                                                       failureContextOf(retryError)),
+                                 QStringLiteral("========== EXPORT FAILED =========="));
                     return;
                 }
-                const QString first = ExportError::corruptedSourceRequiresTranscode(details).description();
-                const QString second = describe(retryError);
-                log(QStringLiteral("TranscodeStrategy retry ALSO FAILED: ") + second);
-                log(QStringLiteral("Retry error description: ") + second);
-                finishFailed(ExportResult::failure(ExportError::transcodeFailedAfterRetry(first, second),
-                                                   failureContextOf(retryError)),
-                             QStringLiteral("========== EXPORT FAILED =========="));
+                kind = ExportFailureClassifier::Kind::cancelled;
+            }
+            if (retried) {
+                succeed(std::move(*retried));
                 return;
             }
         }
 
-        if (isCancellation(error, *token)) {
+        switch (kind) {
+        case ExportFailureClassifier::Kind::cancelled:
             log(QStringLiteral("CANCELLED during post-processing"));
             finishFailed(ExportResult::failure(ExportError::cancelled()),
                          QStringLiteral("========== EXPORT CANCELLED =========="));
             return;
-        }
-        if (isOutOfSpace(error)) {
+        case ExportFailureClassifier::Kind::outOfSpace: {
             // The strategies write only into the work folder until the book is
             // put in place (whose own full-disk message names the destination).
-            const ExportError full = temporaryFolderFull();
+            const ExportError full = ExportError::outOfSpace(QDir::toNativeSeparators(QDir::tempPath()));
             log(QStringLiteral("EXPORT ERROR (ExportError): out of space in the temporary folder ") + QDir::tempPath());
             log(QStringLiteral("Error description: ") + full.description());
             finishFailed(ExportResult::failure(full), QStringLiteral("========== EXPORT FAILED =========="));
             return;
+        }
+        case ExportFailureClassifier::Kind::corruptedSource:
+        case ExportFailureClassifier::Kind::other:
+            break;
         }
         try {
             std::rethrow_exception(error);

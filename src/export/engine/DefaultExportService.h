@@ -1,9 +1,9 @@
 #pragma once
 
-#include "core/BookMetadata.h"
-#include "core/Bookmark.h"
-#include "core/ExportSettings.h"
-#include "core/Track.h"
+#include "core/book/BookMetadata.h"
+#include "core/book/Bookmark.h"
+#include "core/settings/ExportSettings.h"
+#include "core/book/Track.h"
 #include "process/CancellationToken.h"
 #include "process/EncoderCatalog.h"
 #include "export/engine/ExportContext.h"
@@ -97,11 +97,6 @@ public:
 
     void setStrategyFactory(StrategyFactory factory);
     std::unique_ptr<ExportStrategy> makeStrategy(ExportDecision::Strategy strategy, bool retry) const;
-
-    // True for the errors that mean "cancelled": ExportError::cancelled, the
-    // encoder's cancel, a wrapped cancel, and any error once the token is
-    // cancelled.
-    static bool isCancellation(const std::exception_ptr& error, const CancellationToken& token);
 
     // The clean-up of a failed or cancelled build: nothing at the output,
     // nothing to do; a directory is never removed; a file that stood there

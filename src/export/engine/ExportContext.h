@@ -1,9 +1,9 @@
 #pragma once
 
-#include "core/BookMetadata.h"
-#include "core/Bookmark.h"
-#include "core/ExportSettings.h"
-#include "core/Track.h"
+#include "core/book/BookMetadata.h"
+#include "core/book/Bookmark.h"
+#include "core/settings/ExportSettings.h"
+#include "core/book/Track.h"
 #include "process/CancellationToken.h"
 #include "export/engine/DestinationWritability.h"
 #include "export/decision/ExportDecision.h"
@@ -98,8 +98,6 @@ struct ExportContext {
     // which no step may write over or delete.
     QSet<QString> protectedSourceIdentities;
     ExportProgressHandler progressHandler;
-    // Called once, by the strategy, with the outcome of a successful build.
-    std::function<void(const ExportOutcome&)> completion;
 
     // How the destination may be written (the driver's write probe). A build
     // only starts with `folder`: the other results are refused.

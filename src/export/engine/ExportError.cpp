@@ -72,13 +72,9 @@ ExportError ExportError::noSourceFiles()
     return {Kind::noSourceFiles, {}};
 }
 
-ExportError ExportError::outOfSpace()
+ExportError ExportError::outOfSpace(const QString& temporaryFolder)
 {
-    return underlying(L10n::text("export.error.outOfSpace",
-                                 "The disk ran out of space while building this audiobook.\n\n"
-                                 "Folivox needs room for temporary files while it works — for a long book that can be "
-                                 "several gigabytes more than the finished file. Free up some space and try again."),
-                      QStringLiteral("OutOfSpace"));
+    return {Kind::outOfSpace, temporaryFolder, {}, QStringLiteral("OutOfSpace")};
 }
 
 QString ExportError::caseName() const
@@ -96,6 +92,7 @@ QString ExportError::caseName() const
     case Kind::ffmpegUnavailable: return QStringLiteral("ffmpegUnavailable");
     case Kind::securityCheckFailed: return QStringLiteral("securityCheckFailed");
     case Kind::noSourceFiles: return QStringLiteral("noSourceFiles");
+    case Kind::outOfSpace: return QStringLiteral("outOfSpace");
     }
     return {};
 }
@@ -129,6 +126,20 @@ QString ExportError::description() const
         return QStringLiteral("Security check failed");
     case Kind::noSourceFiles:
         return L10n::text("export.error.no.source.files", "No source files found for export.");
+    case Kind::outOfSpace:
+        if (detail_.isEmpty())
+            return L10n::text("export.error.outOfSpace",
+                              "The disk ran out of space while building this audiobook.\n\n"
+                              "Folivox needs room for temporary files while it works — for a long book that can be "
+                              "several gigabytes more than the finished file. Free up some space and try again.");
+        return L10n::format(
+            L10n::text("export.error.outOfSpace.temporaryFolder",
+                       "The disk that holds the temporary folder “%@” ran out of space while building this "
+                       "audiobook.\n\nFolivox needs room there for temporary files while it works — for a "
+                       "long book that can be several gigabytes more than the finished file. Free up space on "
+                       "that disk, or set TMPDIR to a folder on a disk with more room, then start the build "
+                       "again."),
+            {detail_});
     }
     return {};
 }

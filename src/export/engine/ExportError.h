@@ -24,6 +24,7 @@ public:
         ffmpegUnavailable,
         securityCheckFailed,
         noSourceFiles,
+        outOfSpace,
     };
 
     static ExportError corruptedSourceRequiresTranscode(const QString& details);
@@ -40,8 +41,9 @@ public:
     static ExportError ffmpegUnavailable();
     static ExportError securityCheckFailed();
     static ExportError noSourceFiles();
-    // A full disk, with its own message.
-    static ExportError outOfSpace();
+    // A full disk, with its own message. With a folder: the disk of that
+    // (temporary) folder filled up, and the message says which and what to do.
+    static ExportError outOfSpace(const QString& temporaryFolder = {});
 
     Kind kind() const { return kind_; }
     // The payload: details, message, folder name or wrapped description.

@@ -37,10 +37,9 @@ UserFacingError UserFacingError::make(const ExportError& error, const std::optio
     e.message = error.description();
     if (context)
         e.problemFile = problemFileLine(*context);
-    const QString outOfSpace = ExportError::outOfSpace().description();
     if (error.kind() == ExportError::Kind::cancelled) {
         e.title = L10n::text("export.cancelled.title", "Export Cancelled");
-    } else if (e.message == outOfSpace) {
+    } else if (error.kind() == ExportError::Kind::outOfSpace && error.detail().isEmpty()) {
         e.recoverySuggestion = L10n::text("export.error.outOfSpace.suggestion",
                                           "Free up space on the disk that holds the temporary folder and the "
                                           "destination, then start the build again.");

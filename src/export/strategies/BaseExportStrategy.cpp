@@ -1,10 +1,10 @@
 #include "export/strategies/BaseExportStrategy.h"
 
-#include "container/FastStartRelocator.h"
-#include "container/FaultInjection.h"
-#include "container/FileRangeCopier.h"
-#include "container/MP4File.h"
-#include "container/SafeFileReplace.h"
+#include "container/mp4/FastStartRelocator.h"
+#include "container/io/FaultInjection.h"
+#include "container/io/FileRangeCopier.h"
+#include "container/mp4/MP4File.h"
+#include "container/io/SafeFileReplace.h"
 #include "export/settings/AudiobookSourceInfo.h"
 #include "export/settings/BitrateOptionsCalculator.h"
 #include "export/settings/CoverOptions.h"
@@ -203,7 +203,7 @@ void BaseExportStrategy::placeOutput(const ExportContext& context, const QString
     FaultInjection::reach("export.outputPlaced");
 }
 
-void BaseExportStrategy::completeWithFile(ExportContext& context, const QString& finished,
+ExportOutcome BaseExportStrategy::completeWithFile(ExportContext& context, const QString& finished,
                                           std::vector<ExportedChapter> chapters, const QString& logTag, qint64 wallMs)
 {
     context.throwIfCancelled();
@@ -218,7 +218,7 @@ void BaseExportStrategy::completeWithFile(ExportContext& context, const QString&
     outcome.timings = timings();
     Log::write(logTag + QStringLiteral(" ========== STRATEGY COMPLETED ========== (%1 ms)").arg(wallMs));
     progressCoalescer_.reportOverall(ExportPhase::complete, 1.0);
-    context.completion(outcome);
+    return outcome;
 }
 
 } // namespace folivox

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/ChapterInfo.h"
+#include "core/chapters/ChapterInfo.h"
 #include "export/strategies/ExportStrategy.h"
 #include "export/engine/FilePlacement.h"
 #include "export/strategies/FFmpegAudioEncoder.h"
@@ -76,8 +76,8 @@ protected:
 
     // The last step of a strategy that makes one file: checks for a cancel,
     // moves the finished file to the output, logs the end of the strategy
-    // under logTag with its wall time, and delivers the outcome.
-    void completeWithFile(ExportContext& context, const QString& finished, std::vector<ExportedChapter> chapters,
+    // under logTag with its wall time, and returns the outcome.
+    ExportOutcome completeWithFile(ExportContext& context, const QString& finished, std::vector<ExportedChapter> chapters,
                           const QString& logTag, qint64 wallMs);
 
     // Notes how long a stage took for the result's timings.

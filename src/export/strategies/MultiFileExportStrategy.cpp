@@ -58,7 +58,7 @@ QString MultiFileExportStrategy::outputFileName(int number, int count, const QSt
     return QStringLiteral("%1 - %2.%3").arg(number, digits, 10, QChar(u'0')).arg(sanitizedTitle(title), extension);
 }
 
-void MultiFileExportStrategy::run(ExportContext& context)
+ExportOutcome MultiFileExportStrategy::run(ExportContext& context)
 {
     QElapsedTimer wall;
     wall.start();
@@ -236,7 +236,7 @@ void MultiFileExportStrategy::run(ExportContext& context)
     outcome.timings = timings();
     Log::write(QStringLiteral("[MultiFile] ========== STRATEGY COMPLETED ========== (%1 ms)").arg(wall.elapsed()));
     progressCoalescer_.reportOverall(ExportPhase::complete, 1.0);
-    context.completion(outcome);
+    return outcome;
 }
 
 } // namespace folivox

@@ -20,7 +20,7 @@ public:
                             std::shared_ptr<const FFmpegAudioEncoder> encoder);
 
     ExportDecision::Strategy kind() const override { return ExportDecision::Strategy::multiFile; }
-    void run(ExportContext& context) override;
+    ExportOutcome run(ExportContext& context) override;
 
     // "NN - Title.ext": the number zero-padded to at least two digits (more
     // for 100 chapters and up), the title made safe for file systems.

@@ -17,7 +17,7 @@ PassthroughConcatStrategy::PassthroughConcatStrategy(std::shared_ptr<MetadataWri
 {
 }
 
-void PassthroughConcatStrategy::run(ExportContext& context)
+ExportOutcome PassthroughConcatStrategy::run(ExportContext& context)
 {
     QElapsedTimer wall;
     wall.start();
@@ -74,7 +74,7 @@ void PassthroughConcatStrategy::run(ExportContext& context)
     finishFile(context, output, context.metadata, chapterInfos(context, chapters), cover);
     noteTiming(QStringLiteral("metadata"), double(phase.elapsed()) / 1000.0);
 
-    completeWithFile(context, output, chapters, QStringLiteral("[Passthrough]"), wall.elapsed());
+    return completeWithFile(context, output, chapters, QStringLiteral("[Passthrough]"), wall.elapsed());
 }
 
 } // namespace folivox

@@ -19,7 +19,7 @@ public:
                               std::shared_ptr<const FFmpegAudioEncoder> encoder);
 
     ExportDecision::Strategy kind() const override { return ExportDecision::Strategy::passthroughConcat; }
-    void run(ExportContext& context) override;
+    ExportOutcome run(ExportContext& context) override;
 
 private:
     std::shared_ptr<const FFmpegAudioEncoder> encoder_;

@@ -1,6 +1,6 @@
 #include "export/strategies/PassthroughEntireFileStrategy.h"
 
-#include "container/FastStartRelocator.h"
+#include "container/mp4/FastStartRelocator.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
 
@@ -50,7 +50,7 @@ std::vector<ExportedChapter> PassthroughEntireFileStrategy::chaptersAt(const Exp
     return chapters;
 }
 
-void PassthroughEntireFileStrategy::run(ExportContext& context)
+ExportOutcome PassthroughEntireFileStrategy::run(ExportContext& context)
 {
     QElapsedTimer wall;
     wall.start();
@@ -97,7 +97,7 @@ void PassthroughEntireFileStrategy::run(ExportContext& context)
     finishFile(context, output, context.metadata, chapterInfos(context, chapters), cover, {}, false);
     noteTiming(QStringLiteral("metadata"), double(phase.elapsed()) / 1000.0);
 
-    completeWithFile(context, output, chapters, QStringLiteral("[Passthrough]"), wall.elapsed());
+    return completeWithFile(context, output, chapters, QStringLiteral("[Passthrough]"), wall.elapsed());
 }
 
 } // namespace folivox

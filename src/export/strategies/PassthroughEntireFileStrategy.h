@@ -15,7 +15,7 @@ public:
     using BaseExportStrategy::BaseExportStrategy;
 
     ExportDecision::Strategy kind() const override { return ExportDecision::Strategy::passthroughEntireFile; }
-    void run(ExportContext& context) override;
+    ExportOutcome run(ExportContext& context) override;
 
     // Where each plan chapter begins in the copied output, given where each
     // source file begins (offsets by URL order of the plan), and how long

@@ -242,7 +242,7 @@ QString SplitTranscodeStrategy::partTitle(const QString& title, int number)
     return L10n::format(L10n::text("export.split.chapter.part", "%@ (Part %d)"), {title, QString::number(number)});
 }
 
-void SplitTranscodeStrategy::run(ExportContext& context)
+ExportOutcome SplitTranscodeStrategy::run(ExportContext& context)
 {
     QElapsedTimer wall;
     wall.start();
@@ -385,7 +385,7 @@ void SplitTranscodeStrategy::run(ExportContext& context)
     outcome.timings = timings();
     Log::write(QStringLiteral("[Split] ========== STRATEGY COMPLETED ========== (%1 ms)").arg(wall.elapsed()));
     progressCoalescer_.reportOverall(ExportPhase::complete, 1.0);
-    context.completion(outcome);
+    return outcome;
 }
 
 } // namespace folivox

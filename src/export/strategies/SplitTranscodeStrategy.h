@@ -33,7 +33,7 @@ public:
                            std::shared_ptr<const FFmpegAudioEncoder> encoder);
 
     ExportDecision::Strategy kind() const override { return ExportDecision::Strategy::splitTranscode; }
-    void run(ExportContext& context) override;
+    ExportOutcome run(ExportContext& context) override;
 
     // The longest a part may be, in seconds. Throws ExportSettingsError for
     // a split without a positive length.

@@ -349,7 +349,7 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeGapless(const ExportCont
     return book;
 }
 
-void TranscodeStrategy::run(ExportContext& context)
+ExportOutcome TranscodeStrategy::run(ExportContext& context)
 {
     QElapsedTimer wall;
     wall.start();
@@ -390,7 +390,7 @@ void TranscodeStrategy::run(ExportContext& context)
     Log::write(QStringLiteral("[Transcode] Metadata+chapters+FastStart written in ") + fixed(metadataSeconds, 2) + u's');
     noteTiming(QStringLiteral("metadata"), metadataSeconds);
 
-    completeWithFile(context, output, book.chapters, QStringLiteral("[Transcode]"), wall.elapsed());
+    return completeWithFile(context, output, book.chapters, QStringLiteral("[Transcode]"), wall.elapsed());
 }
 
 } // namespace folivox

@@ -43,7 +43,7 @@ public:
                       std::shared_ptr<const FFmpegAudioEncoder> encoder, Options options);
 
     ExportDecision::Strategy kind() const override { return ExportDecision::Strategy::transcode; }
-    void run(ExportContext& context) override;
+    ExportOutcome run(ExportContext& context) override;
 
     // Encodes chapters (planChapters: the plan index of each) into `output`
     // inside workDir, and measures where each chapter begins.

@@ -1,7 +1,7 @@
 // Whole builds through the driver with real ffmpeg: the strategy chosen, the
 // audio that comes out, the chapter marks, and what a failed or cancelled
 // build leaves behind.
-#include "container/FaultInjection.h"
+#include "container/io/FaultInjection.h"
 #include "process/ChildProcessReaper.h"
 #include "export/engine/DefaultExportService.h"
 #include "export/strategies/FFmpegAudioEncoder.h"
@@ -450,7 +450,7 @@ namespace {
 class DiskFullStrategy : public ExportStrategy {
 public:
     ExportDecision::Strategy kind() const override { return ExportDecision::Strategy::transcode; }
-    void run(ExportContext&) override { throw ExportError::outOfSpace(); }
+    ExportOutcome run(ExportContext&) override { throw ExportError::outOfSpace(); }
 };
 } // namespace
 
