@@ -106,7 +106,7 @@ void report(const char* name, Figures f)
 {
     std::sort(f.ms.begin(), f.ms.end());
     std::printf("%-28s moov=%llu bytes  written(max)=%llu bytes (%.2fx moov)  ms: median=%.2f max=%.2f  runs=%zu\n", name,
-                (unsigned long long)f.moovSize, (unsigned long long)f.maxWritten, double(f.maxWritten) / double(f.moovSize),
+                static_cast<unsigned long long>(f.moovSize), static_cast<unsigned long long>(f.maxWritten), double(f.maxWritten) / double(f.moovSize),
                 f.ms[f.ms.size() / 2], f.ms.back(), f.ms.size());
 }
 } // namespace
@@ -157,6 +157,6 @@ int main(int argc, char** argv)
     const QByteArray moovB = bookMoov(std::uint64_t(ftyp.size()) + std::uint64_t(moovA.size()) + 8, mdatSize, 32768);
     const QByteArray front = ftyp + moovB + be32(std::uint32_t(8 + mdatSize)) + "mdat";
     report("moov in front, no room", run(path, front, std::uint64_t(ftyp.size() + moovB.size()) + 8 + mdatSize, runs, false));
-    std::printf("file size: %llu bytes\n", (unsigned long long)fileSize);
+    std::printf("file size: %llu bytes\n", static_cast<unsigned long long>(fileSize));
     return 0;
 }

@@ -257,8 +257,8 @@ int main(int argc, char** argv)
         return 1;
     list.close();
 
-    std::printf("book: %llu MB of audio (sparse), %.1f hours, moov %lld bytes\n", (unsigned long long)sizeMB,
-                double(durationMs) / 3600000.0, (long long)MP4MoovReader::read(book).originalSize);
+    std::printf("book: %llu MB of audio (sparse), %.1f hours, moov %lld bytes\n", static_cast<unsigned long long>(sizeMB),
+                double(durationMs) / 3600000.0, static_cast<long long>(MP4MoovReader::read(book).originalSize));
 
     // The tools, in the metadata writer's order.
     const qint64 ioBeforeTools = childBytesWritten();
@@ -274,7 +274,7 @@ int main(int argc, char** argv)
     const qint64 toolBytes = childBytesWritten() - ioBeforeTools;
     const qint64 toolChanged = changedBytes(pristine, book);
     std::printf("tools: %.3f s (mp4tags %.3f, mp4art %.3f, mp4chaps qt %.3f, nero %.3f), bytes written %lld, bytes changed %lld\n",
-                toolSeconds, t1.seconds, t2.seconds, t3.seconds, t4.seconds, (long long)toolBytes, (long long)toolChanged);
+                toolSeconds, t1.seconds, t2.seconds, t3.seconds, t4.seconds, static_cast<long long>(toolBytes), static_cast<long long>(toolChanged));
 
     // One ffmpeg remux of the pristine book with the same metadata.
     const QString remuxed = dir.filePath(QStringLiteral("remuxed.m4b"));
@@ -298,7 +298,7 @@ int main(int argc, char** argv)
     const double syncSeconds = double(syncTimer.nsecsElapsed()) / 1e9;
     const qint64 remuxBytes = childBytesWritten() - ioBeforeRemux;
     std::printf("ffmpeg -c copy remux: %.3f s (+%.3f s to reach the disk), bytes written %lld, output %lld bytes\n", remux.seconds,
-                syncSeconds, (long long)remuxBytes, (long long)QFileInfo(remuxed).size());
+                syncSeconds, static_cast<long long>(remuxBytes), static_cast<long long>(QFileInfo(remuxed).size()));
     std::printf("speed-up: %.1fx (%.1fx counting the remux's sync); bytes written: %.0fx fewer\n", remux.seconds / toolSeconds,
                 (remux.seconds + syncSeconds) / toolSeconds, double(std::max<qint64>(remuxBytes, QFileInfo(remuxed).size()))
                                                                 / double(std::max<qint64>(1, std::max(toolBytes, toolChanged))));

@@ -19,6 +19,9 @@ function(folivox_library name)
   set(target folivox_${name})
   if(sources)
     add_library(${target} STATIC ${sources} ${headers})
+    # Text crosses between bytes and QString only where the code says which
+    # encoding it is (QStringLiteral, fromUtf8, toUtf8, ...).
+    target_compile_definitions(${target} PRIVATE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII)
     target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${target} PUBLIC ${ARG_DEPS})
   else()

@@ -20,14 +20,14 @@ void log(const QString& line)
 }
 } // namespace
 
-ActiveBookCoordinator::ActiveBookCoordinator(LibraryStore& store, BookSession& session,
-                                             std::weak_ptr<ImportCoordinator> importer)
-    : store(store)
+ActiveBookCoordinator::ActiveBookCoordinator(LibraryStore& libraryStore, BookSession& session,
+                                             std::weak_ptr<ImportCoordinator> bookImporter)
+    : store(libraryStore)
     , bookmarks(session.bookmarks)
     , book(session.book)
     , chapters(session.chapters)
     , undoManager(session.undoManager)
-    , importer(std::move(importer))
+    , importer(std::move(bookImporter))
     , session_(session)
 {
     if (auto i = this->importer.lock())

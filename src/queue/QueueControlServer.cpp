@@ -122,8 +122,8 @@ QJsonObject QueueControlServer::answer(QueueService& service, const QJsonObject&
         const QUuid id = service.resolve(idText);
         const QString full = id.toString(QUuid::WithoutBraces).toUpper();
         if (command == u"cancel") {
-            const bool running = service.cancel(id) == QueueService::CancelResult::cancelling;
-            return {{QStringLiteral("ok"), true}, {QStringLiteral("id"), full}, {QStringLiteral("wasRunning"), running}};
+            const bool wasRunning = service.cancel(id) == QueueService::CancelResult::cancelling;
+            return {{QStringLiteral("ok"), true}, {QStringLiteral("id"), full}, {QStringLiteral("wasRunning"), wasRunning}};
         }
         if (command == u"retry") {
             service.retry(id);

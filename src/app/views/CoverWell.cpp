@@ -87,19 +87,19 @@ QByteArray CoverWell::readImageFile(const QString& path, QString& error)
 
 bool CoverWell::paste()
 {
-    const QMimeData* data = QApplication::clipboard()->mimeData();
-    if (!data)
+    const QMimeData* mime = QApplication::clipboard()->mimeData();
+    if (!mime)
         return false;
-    if (data->hasImage()) {
-        const QImage image = qvariant_cast<QImage>(data->imageData());
+    if (mime->hasImage()) {
+        const QImage image = qvariant_cast<QImage>(mime->imageData());
         if (!image.isNull()) {
             Q_EMIT imageGiven(pngOf(image), QUrl());
             return true;
         }
     }
-    if (data->hasUrls() && !data->urls().isEmpty() && data->urls().first().isLocalFile()) {
+    if (mime->hasUrls() && !mime->urls().isEmpty() && mime->urls().first().isLocalFile()) {
         QString error;
-        const QString path = data->urls().first().toLocalFile();
+        const QString path = mime->urls().first().toLocalFile();
         const QByteArray bytes = readImageFile(path, error);
         if (bytes.isEmpty()) {
             Q_EMIT problem(error);
@@ -119,16 +119,16 @@ void CoverWell::dragEnterEvent(QDragEnterEvent* event)
 
 void CoverWell::dropEvent(QDropEvent* event)
 {
-    const QMimeData* data = event->mimeData();
-    if (data->hasImage()) {
-        const QImage image = qvariant_cast<QImage>(data->imageData());
+    const QMimeData* mime = event->mimeData();
+    if (mime->hasImage()) {
+        const QImage image = qvariant_cast<QImage>(mime->imageData());
         if (!image.isNull()) {
             Q_EMIT imageGiven(pngOf(image), QUrl());
             event->acceptProposedAction();
             return;
         }
     }
-    for (const QUrl& url : data->urls()) {
+    for (const QUrl& url : mime->urls()) {
         if (!url.isLocalFile())
             continue;
         QString error;

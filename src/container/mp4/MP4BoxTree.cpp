@@ -197,11 +197,11 @@ int MP4BoxTree::Node::removeAll(std::uint32_t t)
     return int(before - children.size());
 }
 
-MP4BoxTree::Node& MP4BoxTree::Node::ensureChild(std::uint32_t t, QByteArray prefix)
+MP4BoxTree::Node& MP4BoxTree::Node::ensureChild(std::uint32_t t, QByteArray childPrefix)
 {
     if (Node* existing = child(t))
         return *existing;
-    return append(Node::container(t, std::move(prefix)));
+    return append(Node::container(t, std::move(childPrefix)));
 }
 
 MP4BoxTree::Node MP4BoxTree::parse(const QByteArray& bytes)

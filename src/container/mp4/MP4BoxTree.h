@@ -55,7 +55,7 @@ public:
         // Removes every child of a type; returns how many went.
         int removeAll(std::uint32_t type);
         // The child of this type, made as an empty container when missing.
-        Node& ensureChild(std::uint32_t type, QByteArray prefix = {});
+        Node& ensureChild(std::uint32_t type, QByteArray childPrefix = {});
     };
 
     // Parses one whole box (header included) that fills bytes. Throws

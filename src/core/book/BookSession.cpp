@@ -8,13 +8,13 @@
 
 namespace folivox {
 
-BookSession::BookSession(BookmarksStore& bookmarks, ChapterViewModel& chapters, BookMetadataStore& book,
-                         BookmarksUndoManager& undoManager, Hooks hooks)
-    : bookmarks(bookmarks)
-    , chapters(chapters)
-    , book(book)
-    , undoManager(undoManager)
-    , hooks(std::move(hooks))
+BookSession::BookSession(BookmarksStore& bookmarksStore, ChapterViewModel& chapterModel, BookMetadataStore& bookStore,
+                         BookmarksUndoManager& undo, Hooks sessionHooks)
+    : bookmarks(bookmarksStore)
+    , chapters(chapterModel)
+    , book(bookStore)
+    , undoManager(undo)
+    , hooks(std::move(sessionHooks))
 {
 }
 

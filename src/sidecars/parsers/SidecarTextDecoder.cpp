@@ -60,7 +60,7 @@ std::optional<QString> SidecarTextDecoder::decodeWindows1252(const QByteArray& b
                 return std::nullopt;
             out[i] = QChar(c);
         } else {
-            out[i] = QChar(b);
+            out[i] = QChar(char16_t(b));
         }
     }
     return text;
@@ -72,7 +72,7 @@ QString SidecarTextDecoder::decodeMacRoman(const QByteArray& bytes)
     QChar* out = text.data();
     for (qsizetype i = 0; i < bytes.size(); ++i) {
         const auto b = static_cast<unsigned char>(bytes[i]);
-        out[i] = b < 0x80 ? QChar(b) : QChar(kMacRomanHigh[b - 0x80]);
+        out[i] = b < 0x80 ? QChar(char16_t(b)) : QChar(kMacRomanHigh[b - 0x80]);
     }
     return text;
 }
