@@ -167,10 +167,19 @@ TEST_P(CorpusCaseTest, RunsAsExpected)
     for (const QString& name : filesBelow(c.dir))
         if (!kNotInputs.contains(name))
             sources.append({ name, QDir(c.dir).filePath(name) });
-    for (const QString& borrowed : strings(expected.value(QStringLiteral("use")))) {
-        const QString from = QDir(c.dir).absoluteFilePath(borrowed);
-        ASSERT_TRUE(QFileInfo(from).isFile()) << c.id.toStdString() << ": cannot use " << borrowed.toStdString();
-        sources.append({ QFileInfo(from).fileName(), from });
+    // "use": a list of files, each copied in under its own name, or an
+    // object of the names to give them and the files.
+    const QJsonValue use = expected.value(QStringLiteral("use"));
+    QList<std::pair<QString, QString>> borrowed;
+    for (const QString& path : strings(use))
+        borrowed.append({ QFileInfo(path).fileName(), path });
+    const QJsonObject named = use.toObject();
+    for (auto it = named.constBegin(); it != named.constEnd(); ++it)
+        borrowed.append({ it.key(), it.value().toString() });
+    for (const auto& [name, path] : borrowed) {
+        const QString from = QDir(c.dir).absoluteFilePath(path);
+        ASSERT_TRUE(QFileInfo(from).isFile()) << c.id.toStdString() << ": cannot use " << path.toStdString();
+        sources.append({ name, from });
     }
     const QJsonObject holes = expected.value(QStringLiteral("holes")).toObject();
     QStringList inputs;
