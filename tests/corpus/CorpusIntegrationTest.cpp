@@ -277,7 +277,8 @@ TEST_P(CorpusCaseTest, RunsAsExpected)
     // Nothing left behind but the inputs and what the runs are meant to write.
     QStringList wanted = inputs + strings(expected.value(QStringLiteral("creates")));
     wanted.sort();
-    EXPECT_EQ(filesBelow(work.path()), wanted) << c.id.toStdString() << ": the files after the runs";
+    EXPECT_EQ(filesBelow(work.path()).join(QStringLiteral(", ")).toStdString(), wanted.join(QStringLiteral(", ")).toStdString())
+        << c.id.toStdString() << ": the files after the runs (inputs and \"creates\")";
 }
 
 std::string caseName(const ::testing::TestParamInfo<CorpusCase>& info)
