@@ -4,6 +4,7 @@
 #   bench/fuzz/run-container-fuzz.sh [seconds] [jobs]
 # Defaults: 600 seconds, 1 job. Crashes land in build-fuzz/crashes/; the
 # corpus grows in build-fuzz/corpus/container_mp4/.
+# Each finding, once fixed, becomes a case in tests/data (see its README.md).
 set -euo pipefail
 root="$(cd "$(dirname "$0")/../.." && pwd)"
 seconds="${1:-600}"

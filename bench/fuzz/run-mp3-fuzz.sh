@@ -5,6 +5,7 @@
 # Defaults: 600 seconds, 1 job, inputs up to 64 KiB, 1 s per input at most.
 # Crashes and hangs land in build-fuzz/crashes/; the corpus grows in
 # build-fuzz/corpus/container_mp3/.
+# Each finding, once fixed, becomes a case in tests/data (see its README.md).
 set -euo pipefail
 root="$(cd "$(dirname "$0")/../.." && pwd)"
 seconds="${1:-600}"

@@ -10,6 +10,7 @@
 # audacity_labels, simple_text, sniffer); all run when none are given.
 # Work goes to $FUZZ_DIR (default build-sidecar-fuzz in the source tree):
 # the sanitizer build, a corpus per target, and crash or timeout inputs.
+# Each finding, once fixed, becomes a case in tests/data (see its README.md).
 # Not part of CI. Uses at most two cores.
 set -euo pipefail
 

@@ -1,5 +1,6 @@
 #include "support/CommandRunner.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -15,17 +16,38 @@ QJsonObject CommandRun::json() const
 
 QString CommandRunner::folivoxBinary()
 {
-    const QString dir = qEnvironmentVariable("FOLIVOX_TOOLS_DIR");
-    const QString path = QDir(dir).filePath(QStringLiteral("folivox"));
-    return !dir.isEmpty() && QFileInfo::exists(path) ? path : QString();
+    return toolBinary(QStringLiteral("folivox"));
 }
 
 CommandRun CommandRunner::run(const QStringList& args, const QString& workingDirectory, int timeoutMs)
 {
+    return runTool(QStringLiteral("folivox"), args, workingDirectory, timeoutMs);
+}
+
+QString CommandRunner::toolBinary(const QString& name)
+{
+    // ctest names the folder; a test program started by hand looks in its
+    // own folder, where the build puts every program.
+    QString dir = qEnvironmentVariable("FOLIVOX_TOOLS_DIR");
+    if (dir.isEmpty())
+        dir = QCoreApplication::applicationDirPath();
+    const QString path = QDir(dir).filePath(name);
+    return QFileInfo::exists(path) ? path : QString();
+}
+
+CommandRun CommandRunner::runTool(const QString& name, const QStringList& args, const QString& workingDirectory,
+                                  int timeoutMs)
+{
+    return runProgram(toolBinary(name), args, workingDirectory, timeoutMs);
+}
+
+CommandRun CommandRunner::runProgram(const QString& program, const QStringList& args, const QString& workingDirectory,
+                                     int timeoutMs)
+{
     QProcess p;
     p.setWorkingDirectory(workingDirectory);
     p.setStandardInputFile(QProcess::nullDevice());
-    p.start(folivoxBinary(), args);
+    p.start(program, args);
     CommandRun r;
     if (!p.waitForStarted(10000))
         return r;

@@ -70,7 +70,7 @@ QList<MP4BoxHeader> MP4FreeZone::walk(const MP4File& file, std::uint64_t fileSiz
 }
 
 std::optional<MP4FreeZone> MP4FreeZone::find(const MP4File& file, std::uint64_t moovOffset, std::uint64_t moovSize,
-                                             const std::function<bool(const MP4BoxHeader&)>& retired)
+                                             const std::function<bool(const MP4BoxHeader&)>& retired, std::uint64_t maxLead)
 {
     MP4FreeZone z;
     z.fileSize = file.size();
@@ -86,7 +86,8 @@ std::optional<MP4FreeZone> MP4FreeZone::find(const MP4File& file, std::uint64_t 
         return std::nullopt;
 
     qsizetype first = at;
-    while (first > 0 && (isDead(z.topLevel.at(first - 1)) || (retired && retired(z.topLevel.at(first - 1)))))
+    while (first > 0 && (isDead(z.topLevel.at(first - 1)) || (retired && retired(z.topLevel.at(first - 1))))
+           && moovOffset - z.topLevel.at(first - 1).offset <= maxLead)
         --first;
     qsizetype writable = first;
     while (writable < at && isDead(z.topLevel.at(writable)))

@@ -51,9 +51,12 @@ struct MP4FreeZone {
     // Walks the top level of file. Returns nothing when no box starts at
     // moovOffset, or the box there is not a `moov` of moovSize bytes.
     // retired, when given, tells which top-level boxes ahead of the moov are
-    // media no longer used.
+    // media no longer used. The run ahead takes in no box that starts more
+    // than maxLead bytes ahead of the moov (a free box of gigabytes that one
+    // 8-byte header could not cover then stays out of it).
     static std::optional<MP4FreeZone> find(const MP4File& file, std::uint64_t moovOffset, std::uint64_t moovSize,
-                                           const std::function<bool(const MP4BoxHeader&)>& retired = {});
+                                           const std::function<bool(const MP4BoxHeader&)>& retired = {},
+                                           std::uint64_t maxLead = UINT64_MAX);
 
     // The top-level boxes of file as the zone sees them (the leftovers above
     // reported as `free` boxes reaching the end), and whether the walk

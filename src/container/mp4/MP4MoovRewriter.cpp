@@ -121,7 +121,11 @@ MP4MoovRewriter::Plan MP4MoovRewriter::plan(MP4MoovReader::MoovBuffer buffer, co
     const auto retired = [&](const MP4BoxHeader& h) {
         return !fragmented && pointsAnywhere && h.is(kMdat) && !MP4ChunkOffsets::findInRange(*edited, h.offset, h.end());
     };
-    const auto zone = MP4FreeZone::find(file, buffer.fileOffset, buffer.originalSize, retired);
+    // The switch is one 8-byte header spanning the dead space ahead, the old
+    // moov and the new copy's header: dead space farther ahead stays as it
+    // is, or the file would be written anew for want of room.
+    const auto zone = MP4FreeZone::find(file, buffer.fileOffset, buffer.originalSize, retired,
+                                        kMax32 - buffer.originalSize - 8);
     if (!zone)
         throw moovMoved(buffer.fileOffset);
 
