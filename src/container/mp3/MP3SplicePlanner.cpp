@@ -4,8 +4,19 @@
 
 namespace folivox {
 
+std::int64_t MP3SplicePlanner::leadFrames(int samplesPerFrame)
+{
+    return (kFadeOutSamples + kSettleSamples + samplesPerFrame - 1) / samplesPerFrame;
+}
+
+std::int64_t MP3SplicePlanner::trailFrames(int samplesPerFrame)
+{
+    return (kRecoverySamples + kSettleSamples + samplesPerFrame - 1) / samplesPerFrame;
+}
+
 std::vector<MP3SplicePlanner::Region> MP3SplicePlanner::plan(const MP3MainDataMap& map,
-                                                             std::vector<std::int64_t> undecodable)
+                                                             std::vector<std::int64_t> undecodable,
+                                                             int samplesPerFrame)
 {
     const auto n = std::int64_t(map.size());
     std::sort(undecodable.begin(), undecodable.end());
@@ -35,8 +46,8 @@ std::vector<MP3SplicePlanner::Region> MP3SplicePlanner::plan(const MP3MainDataMa
     std::vector<Region> regions;
     for (const std::int64_t k : lost) {
         Region r;
-        r.first = std::max<std::int64_t>(k - 1, 0);
-        r.end = std::min(k + 2, n);
+        r.first = std::max<std::int64_t>(k - leadFrames(samplesPerFrame), 0);
+        r.end = std::min(k + 1 + trailFrames(samplesPerFrame), n);
         r.lost = {k};
         if (std::binary_search(undecodable.begin(), undecodable.end(), k))
             r.undecodable = {k};

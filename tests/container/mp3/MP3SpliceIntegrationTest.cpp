@@ -95,12 +95,12 @@ TEST_F(MP3SpliceIntegrationTest, MainDataOfALameStreamLiesInOrderThroughTheReser
     EXPECT_EQ(map.carriedInto(map.size()), 0);
 }
 
-TEST_F(MP3SpliceIntegrationTest, PlannedStretchesCoverTheDamageItsReachAndAFrameEitherSide)
+TEST_F(MP3SpliceIntegrationTest, PlannedStretchesCoverTheDamageItsReachAndTheFadesEitherSide)
 {
     const MP3MainDataMap map(frames_);
     const auto n = std::int64_t(map.size());
 
-    auto regions = MP3SplicePlanner::plan(map, {120});
+    auto regions = MP3SplicePlanner::plan(map, {120}, 1152);
     ASSERT_EQ(regions.size(), 1u);
     const auto& r = regions[0];
     EXPECT_EQ(r.first, 119);
@@ -108,25 +108,29 @@ TEST_F(MP3SpliceIntegrationTest, PlannedStretchesCoverTheDamageItsReachAndAFrame
     ASSERT_FALSE(r.lost.empty());
     EXPECT_EQ(r.lost.front(), 120);
     // Frame 121 reads frame 120's bytes in this stream, so its audio is
-    // gone too; every lost frame after 120 reads them, and the first frame
-    // that does not is the one the stretch ends with.
+    // gone too; every lost frame after 120 reads them. The stretch ends two
+    // frames after the last lost one: one to fade in, one to settle.
     const std::int64_t bad = map[120].areaStart + map[120].areaLength;
     ASSERT_LT(map[121].dataStart, bad);
     for (const std::int64_t k : r.lost)
         EXPECT_TRUE(k == 120 || map[std::size_t(k)].dataStart < bad) << k;
     EXPECT_GE(map[std::size_t(r.lost.back() + 1)].dataStart, bad);
-    EXPECT_EQ(r.end, r.lost.back() + 2);
+    EXPECT_EQ(r.end, r.lost.back() + 3);
+    // Frames of 576 samples take two frames to fade out and settle, and
+    // three to fade in and settle.
+    EXPECT_EQ(MP3SplicePlanner::plan(map, {120}, 576)[0].end, r.lost.back() + 4);
+    EXPECT_EQ(MP3SplicePlanner::plan(map, {120}, 576)[0].first, 118);
 
     // Damage a few frames apart is one stretch; far apart, two.
-    regions = MP3SplicePlanner::plan(map, {120, 128});
+    regions = MP3SplicePlanner::plan(map, {120, 128}, 1152);
     ASSERT_EQ(regions.size(), 1u);
     EXPECT_EQ(regions[0].undecodable, (std::vector<std::int64_t>{120, 128}));
-    regions = MP3SplicePlanner::plan(map, {160, 20, 999999});
+    regions = MP3SplicePlanner::plan(map, {160, 20, 999999}, 1152);
     ASSERT_EQ(regions.size(), 2u);
     EXPECT_EQ(regions[0].first, 19);
     EXPECT_EQ(regions[1].first, 159);
     // At the ends of the stream.
-    regions = MP3SplicePlanner::plan(map, {0, n - 1});
+    regions = MP3SplicePlanner::plan(map, {0, n - 1}, 1152);
     ASSERT_EQ(regions.size(), 2u);
     EXPECT_EQ(regions[0].first, 0);
     EXPECT_EQ(regions[1].end, n);
