@@ -12,7 +12,10 @@
 //    frame copy alone, `ffmpeg -c:a copy` and a full ffmpeg re-encode at the
 //    same bitrate. Then the same file with 4 runs of 5 frames whose data is
 //    noise (headers intact, so they are copied but do not decode), repaired
-//    by FileRepairService.
+//    by FileRepairService: the frame copy, a decode that fails, the decode
+//    in process that finds the frames, the stretches re-encoded and spliced
+//    in, and a last decode of the whole copy. (Before stretches were
+//    re-encoded alone, this re-encoded the whole file.)
 // Files live in a temporary folder under the temporary directory and are
 // deleted at the end.
 
@@ -123,11 +126,18 @@ bool spoilFrames(const QString& path, int runs, int length)
     return true;
 }
 
-const char* methodName(const std::optional<FileRepairService::Outcome>& out)
+QByteArray methodName(const std::optional<FileRepairService::Outcome>& out)
 {
     if (!out)
         return "failed";
-    return out->method == FileRepairService::Method::frameCopy ? "frameCopy" : "reencode";
+    QString text = FileRepairService::methodName(out->method);
+    if (!out->regions.empty()) {
+        qint64 frames = 0;
+        for (const auto& r : out->regions)
+            frames += r.frameCount;
+        text += QStringLiteral(", %1 stretches, %2 frames re-encoded").arg(out->regions.size()).arg(frames);
+    }
+    return text.toUtf8();
 }
 
 double mbPerSecond(qint64 bytes, double seconds)
@@ -214,7 +224,7 @@ int main(int argc, char** argv)
         clock.start();
         const auto out = service.repairTo(damaged, dir.filePath(QStringLiteral("repaired.mp3")), token);
         std::printf("  FileRepairService (copy + ffmpeg decode)  %7.2f s  method %s\n",
-                    double(clock.nsecsElapsed()) / 1e9, methodName(out));
+                    double(clock.nsecsElapsed()) / 1e9, methodName(out).constData());
         QFile::remove(dir.filePath(QStringLiteral("repaired.mp3")));
     }
     const Result copy = ffmpeg({QStringLiteral("-i"), damaged, QStringLiteral("-map"), QStringLiteral("0:a"),
@@ -244,7 +254,7 @@ int main(int argc, char** argv)
         clock.start();
         const auto out = service.repairTo(damaged, dir.filePath(QStringLiteral("repaired.mp3")), token);
         std::printf("  FileRepairService                         %7.2f s  method %s\n",
-                    double(clock.nsecsElapsed()) / 1e9, methodName(out));
+                    double(clock.nsecsElapsed()) / 1e9, methodName(out).constData());
     }
     return 0;
 }
