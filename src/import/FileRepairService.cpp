@@ -242,7 +242,7 @@ std::optional<FileRepairService::Produced> FileRepairService::run(const QString&
                             .arg(name));
                     QFile::remove(output);
                     const WorkDirectory scratch;
-                    MP3RegionRepair regional(mp3->bytes->data(), mp3->scan, *ffmpeg_, scratch.path(), token);
+                    MP3RegionRepair regional(mp3->bytes->data(), mp3->scan, *ffmpeg_, scratch.path(), token, progress);
                     const auto plan = regional.run();
                     if (stopped())
                         return std::nullopt;

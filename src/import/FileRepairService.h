@@ -56,8 +56,9 @@ public:
     // Repairs into a new folder under FolivoxWork and returns the copy's
     // path, or nothing when the repair was skipped or failed (each case
     // logged). bitrate (bits per second) sets a re-encode's MP3 bitrate;
-    // without it the scan's, or 128 kbps, is used. With the source's
-    // duration, progress reports the fraction done of a re-encode.
+    // without it the scan's, or 128 kbps, is used. progress reports the
+    // fraction done of the search for frames that do not decode, and, with
+    // the source's duration, of a whole-file re-encode.
     std::optional<QString> repair(const QString& path, std::optional<int> bitrate, const CancellationToken& token,
                                   std::optional<double> duration = std::nullopt,
                                   const std::function<void(double)>& progress = {});

@@ -36,10 +36,11 @@ struct FrameFreer {
 // callback, as if none were installed.
 class ErrorTap {
 public:
+    // Never destroyed: libav may log while other static objects go away.
     static ErrorTap& instance()
     {
-        static ErrorTap tap;
-        return tap;
+        static ErrorTap* tap = new ErrorTap;
+        return *tap;
     }
 
     void watch(const void* context, int* counter)
@@ -127,7 +128,8 @@ float copySamples(const AVFrame& frame, std::size_t n, std::size_t channels, flo
 
 std::optional<MP3FrameDecoder::Result> MP3FrameDecoder::decode(const std::vector<MP3FrameSequence::Frame>& frames,
                                                                std::size_t from, std::size_t to, bool keepSamples,
-                                                               const std::function<bool()>& cancelled)
+                                                               const std::function<bool()>& cancelled,
+                                                               const std::function<void(double)>& progress)
 {
     to = std::min(to, frames.size());
     from = std::min(from, to);
@@ -163,8 +165,12 @@ std::optional<MP3FrameDecoder::Result> MP3FrameDecoder::decode(const std::vector
     std::vector<std::uint8_t> buffer;
     const std::size_t start = from >= kWarmUpFrames ? from - kWarmUpFrames : 0;
     for (std::size_t i = start; i < to; ++i) {
-        if ((i - start) % kCancelCheckFrames == kCancelCheckFrames - 1 && cancelled && cancelled())
-            return std::nullopt;
+        if ((i - start) % kCancelCheckFrames == kCancelCheckFrames - 1) {
+            if (cancelled && cancelled())
+                return std::nullopt;
+            if (progress)
+                progress(double(i - start) / double(to - start));
+        }
         buffer.assign(frames[i].data, frames[i].data + frames[i].length);
         buffer.resize(frames[i].length + AV_INPUT_BUFFER_PADDING_SIZE, 0);
         av_packet_unref(packet.get());

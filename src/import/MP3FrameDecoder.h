@@ -44,12 +44,14 @@ public:
     };
 
     // Decodes frames [from - kWarmUpFrames, to) with a fresh decoder and
-    // reports on [from, to). `cancelled` is asked every few thousand frames;
-    // nothing comes back when it answers true. Throws GenericError when the
-    // decoder is missing from the libavcodec in use.
+    // reports on [from, to). `cancelled` is asked every few thousand frames
+    // (nothing comes back when it answers true), and `progress` is told the
+    // fraction done then. Throws GenericError when the decoder is missing
+    // from the libavcodec in use.
     static std::optional<Result> decode(const std::vector<MP3FrameSequence::Frame>& frames, std::size_t from,
                                         std::size_t to, bool keepSamples,
-                                        const std::function<bool()>& cancelled = {});
+                                        const std::function<bool()>& cancelled = {},
+                                        const std::function<void(double)>& progress = {});
 };
 
 } // namespace folivox

@@ -28,11 +28,13 @@ bool contains(const std::vector<std::int64_t>& sorted, std::int64_t v)
 } // namespace
 
 MP3RegionRepair::MP3RegionRepair(const std::uint8_t* source, const MP3FrameScanner::Result& scan,
-                                 const FFmpegWrapper& ffmpeg, const QString& folder, const CancellationToken& token)
+                                 const FFmpegWrapper& ffmpeg, const QString& folder, const CancellationToken& token,
+                                 std::function<void(double)> progress)
     : scan_(scan)
     , ffmpeg_(ffmpeg)
     , folder_(folder)
     , token_(token)
+    , progress_(std::move(progress))
     , frames_(MP3FrameSequence::ofScan(source, scan))
     , map_(frames_)
 {
@@ -51,7 +53,7 @@ std::optional<MP3RegionRepair::Plan> MP3RegionRepair::run()
         return std::nullopt;
     }
     const std::function<bool()> stop = [this] { return stopped(); };
-    const auto all = MP3FrameDecoder::decode(frames_, 0, frames_.size(), false, stop);
+    const auto all = MP3FrameDecoder::decode(frames_, 0, frames_.size(), false, stop, progress_);
     if (!all)
         return std::nullopt;
     channels_ = all->channels;

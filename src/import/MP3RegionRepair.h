@@ -10,6 +10,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -58,9 +59,11 @@ public:
     };
 
     // Works in `folder` (for the stretches' audio and encodes), which must
-    // outlive the call.
+    // outlive the call. `progress` hears the fraction of the frames searched
+    // for damage.
     MP3RegionRepair(const std::uint8_t* source, const MP3FrameScanner::Result& scan,
-                    const FFmpegWrapper& ffmpeg, const QString& folder, const CancellationToken& token);
+                    const FFmpegWrapper& ffmpeg, const QString& folder, const CancellationToken& token,
+                    std::function<void(double)> progress = {});
 
     // The replacements that make a frame copy of the scan decode cleanly, or
     // nothing, with the reason in why() (empty when cancelled).
@@ -86,6 +89,7 @@ private:
     const FFmpegWrapper& ffmpeg_;
     QString folder_;
     const CancellationToken& token_;
+    std::function<void(double)> progress_;
     std::vector<MP3FrameSequence::Frame> frames_;
     MP3MainDataMap map_;
     int channels_ = 2;

@@ -33,6 +33,8 @@ std::optional<QByteArray> MP3ReservoirPacker::pack(const std::vector<MP3FrameSeq
         if (!own || own->crcProtected || !map[first + i].readable)
             return std::nullopt;
         const auto side = MP3SideInfo::parse(f.data, f.length, *own);
+        if (!side)
+            return std::nullopt;
         Planned p;
         p.head = QByteArray(reinterpret_cast<const char*>(f.data), side->offset + side->length);
         p.data = map.streamBytes(map[first + i].dataStart, map[first + i].dataStart + map[first + i].dataLength);
