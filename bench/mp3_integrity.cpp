@@ -10,7 +10,12 @@
 // 2. Repair: the first 200 MB of it with 20 runs of garbage inserted, repaired
 //    by FileRepairService (frame copy and one verifying decode), against the
 //    frame copy alone, `ffmpeg -c:a copy` and a full ffmpeg re-encode at the
-//    same bitrate.
+//    same bitrate. Then the same file with 4 runs of 5 frames whose data is
+//    noise (headers intact, so they are copied but do not decode), repaired
+//    by FileRepairService: the frame copy, a decode that fails, the decode
+//    in process that finds the frames, the stretches re-encoded and spliced
+//    in, and a last decode of the whole copy. (Before stretches were
+//    re-encoded alone, this re-encoded the whole file.)
 // Files live in a temporary folder under the temporary directory and are
 // deleted at the end.
 
@@ -81,6 +86,58 @@ bool makeFile(const QString& seed, const QString& path, qint64 bytes, int holes)
         }
     }
     return out.error() == QFile::NoError;
+}
+
+// Overwrites everything after the first two bytes of side information in
+// `runs` runs of `length` frames, spread evenly over the file: the frames are
+// still found by the walk, but their data no longer decodes.
+bool spoilFrames(const QString& path, int runs, int length)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite))
+        return false;
+    const MP3FileBytes bytes(path);
+    const auto scan = MP3FrameScanner::scan(bytes.data(), bytes.size());
+    if (!scan || scan->validFrameCount < std::int64_t(runs) * length * 4)
+        return false;
+    std::vector<std::pair<qint64, qint64>> frames; // offset, length
+    for (const auto& run : scan->audioRuns) {
+        for (std::size_t pos = run.start; pos < run.end;) {
+            const auto h = MP3FrameHeader::decode(bytes.data() + pos, run.end - pos);
+            if (!h)
+                return false;
+            frames.emplace_back(qint64(pos), h->frameLength);
+            pos += std::size_t(h->frameLength);
+        }
+    }
+    std::uint32_t x = 12345;
+    for (int r = 0; r < runs; ++r) {
+        const std::size_t first = frames.size() * std::size_t(2 * r + 1) / std::size_t(2 * runs);
+        for (std::size_t k = first; k < first + std::size_t(length); ++k) {
+            QByteArray noise(frames[k].second - 6, '\0');
+            for (char& c : noise) {
+                x = x * 1664525u + 1013904223u;
+                c = char(x >> 24);
+            }
+            if (!file.seek(frames[k].first + 6) || file.write(noise) != noise.size())
+                return false;
+        }
+    }
+    return true;
+}
+
+QByteArray methodName(const std::optional<FileRepairService::Outcome>& out)
+{
+    if (!out)
+        return "failed";
+    QString text = FileRepairService::methodName(out->method);
+    if (!out->regions.empty()) {
+        qint64 frames = 0;
+        for (const auto& r : out->regions)
+            frames += r.frameCount;
+        text += QStringLiteral(", %1 stretches, %2 frames re-encoded").arg(out->regions.size()).arg(frames);
+    }
+    return text.toUtf8();
 }
 
 double mbPerSecond(qint64 bytes, double seconds)
@@ -167,8 +224,7 @@ int main(int argc, char** argv)
         clock.start();
         const auto out = service.repairTo(damaged, dir.filePath(QStringLiteral("repaired.mp3")), token);
         std::printf("  FileRepairService (copy + ffmpeg decode)  %7.2f s  method %s\n",
-                    double(clock.nsecsElapsed()) / 1e9,
-                    !out ? "failed" : out->method == FileRepairService::Method::frameCopy ? "frameCopy" : "reencode");
+                    double(clock.nsecsElapsed()) / 1e9, methodName(out).constData());
         QFile::remove(dir.filePath(QStringLiteral("repaired.mp3")));
     }
     const Result copy = ffmpeg({QStringLiteral("-i"), damaged, QStringLiteral("-map"), QStringLiteral("0:a"),
@@ -184,5 +240,21 @@ int main(int argc, char** argv)
                 dir.filePath(QStringLiteral("r.mp3"))});
     std::printf("  ffmpeg re-encode (libmp3lame 128k)        %7.2f s  (exit %d)\n", reencode.seconds,
                 reencode.exitCode);
+    QFile::remove(dir.filePath(QStringLiteral("r.mp3")));
+
+    // 3. The same file with frames that do not decode.
+    if (!spoilFrames(damaged, 4, 5))
+        return 1;
+    run(QStringLiteral("cat"), {damaged});
+    std::printf("repair of %.0f MB with 20 holes and 4 runs of 5 undecodable frames:\n", double(damagedSize) / 1e6);
+    {
+        FileRepairService service(std::make_shared<FFmpegWrapper>());
+        ManualCancellationToken token;
+        QElapsedTimer clock;
+        clock.start();
+        const auto out = service.repairTo(damaged, dir.filePath(QStringLiteral("repaired.mp3")), token);
+        std::printf("  FileRepairService                         %7.2f s  method %s\n",
+                    double(clock.nsecsElapsed()) / 1e9, methodName(out).constData());
+    }
     return 0;
 }

@@ -32,6 +32,7 @@ struct RepairResult {
     QString path;
     std::optional<FileRepairService::Method> method;
     qint64 bytes = 0;
+    std::vector<MP3ReencodedRegion> regions;
     QString error; // empty on success
 };
 
@@ -117,10 +118,14 @@ QJsonObject toJson(const Checked& c)
         QJsonObject rep;
         rep.insert(QStringLiteral("path"), c.repair->path);
         if (c.repair->error.isEmpty()) {
-            rep.insert(QStringLiteral("method"), c.repair->method == FileRepairService::Method::frameCopy
-                                                     ? QStringLiteral("frameCopy")
-                                                     : QStringLiteral("reencode"));
+            rep.insert(QStringLiteral("method"), FileRepairService::methodName(*c.repair->method));
             rep.insert(QStringLiteral("bytes"), c.repair->bytes);
+            if (c.repair->method == FileRepairService::Method::partialReencode) {
+                QJsonArray regions;
+                for (const MP3ReencodedRegion& region : c.repair->regions)
+                    regions.append(region.toJson());
+                rep.insert(QStringLiteral("reencodedRegions"), regions);
+            }
         } else {
             rep.insert(QStringLiteral("error"), c.repair->error);
         }
@@ -163,13 +168,22 @@ QString toText(const Checked& c)
     if (r.trailingBytes > 0)
         t += QStringLiteral("  trailing bytes: %1\n").arg(r.trailingBytes);
     if (c.repair) {
-        if (c.repair->error.isEmpty())
-            t += QStringLiteral("  repaired copy: %1 (%2, %3 bytes)\n")
-                     .arg(c.repair->path,
-                          c.repair->method == FileRepairService::Method::frameCopy ? QStringLiteral("frames copied")
-                                                                                   : QStringLiteral("re-encoded"))
-                     .arg(c.repair->bytes);
-        else
+        if (c.repair->error.isEmpty()) {
+            const auto method = *c.repair->method;
+            const QString how = method == FileRepairService::Method::frameCopy ? QStringLiteral("frames copied")
+                : method == FileRepairService::Method::partialReencode
+                ? QStringLiteral("frames copied, %1 stretch%2 re-encoded")
+                      .arg(c.repair->regions.size())
+                      .arg(c.repair->regions.size() == 1 ? "" : "es")
+                : QStringLiteral("re-encoded");
+            t += QStringLiteral("  repaired copy: %1 (%2, %3 bytes)\n").arg(c.repair->path, how).arg(c.repair->bytes);
+            for (const MP3ReencodedRegion& region : c.repair->regions)
+                t += QStringLiteral("    re-encoded %1 to %2: frames %3 to %4, %5 did not decode\n")
+                         .arg(clock(region.startTime), clock(region.startTime + region.duration))
+                         .arg(region.firstFrame)
+                         .arg(region.firstFrame + region.frameCount - 1)
+                         .arg(region.undecodableFrames);
+        } else
             t += QStringLiteral("  repair failed: %1\n").arg(c.repair->error);
     }
     return t;
@@ -197,7 +211,9 @@ QString CheckCommand::usage() const
         "missing seconds) and bytes after the last frame; then a summary line.\n\n"
         "Options:\n"
         "  --repair DIR  write a clean copy of every file with holes into DIR (made if\n"
-        "                missing); the files themselves are never changed\n"
+        "                missing): its valid frames as they are, and only the\n"
+        "                stretches whose frames do not decode re-encoded, frame for\n"
+        "                frame; the files themselves are never changed\n"
         "  -f, --force   replace a file of the same name in DIR\n"
         "  --json        print one JSON document on stdout\n"
         "  -q, --quiet   no progress on stderr\n"
@@ -296,6 +312,7 @@ int CheckCommand::run(const QStringList& args)
                 if (outcome) {
                     r.method = outcome->method;
                     r.bytes = outcome->bytes;
+                    r.regions = outcome->regions;
                     written.insert(r.path);
                 } else {
                     // The service's last line says why.

@@ -5,6 +5,7 @@
 #include "container/mp3/MP3FrameScanner.h"
 #include "process/CancellationToken.h"
 #include "process/FFmpegWrapper.h"
+#include "import/MP3RegionRepair.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
 
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 
 namespace folivox {
 
@@ -33,20 +35,26 @@ QString secondsText(const QElapsedTimer& clock)
     return QString::asprintf("%.1f", double(clock.elapsed()) / 1000.0);
 }
 
-// The frame copy of an MP3 into `output`. Nothing when the file has no frame
-// lock (the caller re-encodes); the scan's bitrate goes to `bitrate` for that
-// case. Throws MP3IntegrityError.
-std::optional<MP3FrameCopyWriter::Outcome> copyFrames(const QString& path, const QString& output,
-                                                      const CancellationToken& token, std::optional<int>& bitrate,
-                                                      bool& cancelled)
+// An MP3 read and scanned for a frame copy.
+struct ScannedMp3 {
+    std::unique_ptr<MP3FileBytes> bytes;
+    MP3FrameScanner::Result scan;
+};
+
+// The scan of an MP3 for its frame copy. Nothing when the file has no frame
+// lock (the caller re-encodes) or the scan was cancelled (`cancelled` set);
+// the scan's bitrate goes to `bitrate` for a re-encode. Throws
+// MP3IntegrityError.
+std::optional<ScannedMp3> scanFrames(const QString& path, const CancellationToken& token, std::optional<int>& bitrate,
+                                     bool& cancelled)
 {
     const std::function<bool()> stop = [&token] { return token.isCancelled(); };
-    const MP3FileBytes bytes(path, stop);
-    if (bytes.cancelled() || bytes.access() == MP3FileBytes::Access::tooLarge) {
-        cancelled = bytes.cancelled();
+    auto bytes = std::make_unique<MP3FileBytes>(path, stop);
+    if (bytes->cancelled() || bytes->access() == MP3FileBytes::Access::tooLarge) {
+        cancelled = bytes->cancelled();
         return std::nullopt;
     }
-    const auto scan = MP3FrameScanner::scan(bytes.data(), bytes.size(), stop);
+    auto scan = MP3FrameScanner::scan(bytes->data(), bytes->size(), stop);
     if (!scan) {
         cancelled = true;
         return std::nullopt;
@@ -55,15 +63,33 @@ std::optional<MP3FrameCopyWriter::Outcome> copyFrames(const QString& path, const
         return std::nullopt;
     if (!bitrate && scan->bitrateKbps)
         bitrate = *scan->bitrateKbps * 1000;
-    log(QStringLiteral("Frame copy of %1: %2 frames kept, %3 holes and %4 trailing bytes left out")
-            .arg(QFileInfo(path).fileName())
-            .arg(scan->validFrameCount)
-            .arg(scan->holes.size())
-            .arg(scan->trailingBytes));
-    auto written = MP3FrameCopyWriter::write(bytes.data(), bytes.size(), *scan, output, stop);
-    if (!written)
-        cancelled = true;
-    return written;
+    return ScannedMp3{std::move(bytes), std::move(*scan)};
+}
+
+// The frame copy of a scanned MP3 into `output`, with replacements for
+// stretches that were re-encoded. Nothing when cancelled. Throws
+// MP3IntegrityError.
+std::optional<MP3FrameCopyWriter::Outcome> copyFrames(const ScannedMp3& mp3, const QString& output,
+                                                      const CancellationToken& token,
+                                                      const std::vector<MP3FrameCopyWriter::Replacement>& replacements = {})
+{
+    const std::function<bool()> stop = [&token] { return token.isCancelled(); };
+    return MP3FrameCopyWriter::write(mp3.bytes->data(), mp3.bytes->size(), mp3.scan, output, stop, replacements);
+}
+
+// ffmpeg decodes a file to nothing, to see whether every frame decodes.
+FFmpegResult decodeCheck(const QString& path, const std::shared_ptr<const FFmpegWrapper>& ffmpeg,
+                         const CancellationToken& token)
+{
+    return ffmpeg->run({QStringLiteral("-nostdin"), QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-i"),
+                        path, QStringLiteral("-map"), QStringLiteral("0:a:0"), QStringLiteral("-f"),
+                        QStringLiteral("null"), QStringLiteral("-")},
+                       std::nullopt, token);
+}
+
+bool decodesCleanly(const FFmpegResult& check)
+{
+    return check.succeeded() && check.decodeErrorCount == 0 && check.stderr.trimmed().isEmpty();
 }
 
 // Moves a finished copy to its destination: a rename on the same file
@@ -95,6 +121,19 @@ struct FileRepairService::Produced {
     Outcome outcome;
     WorkDirectory folder;
 };
+
+QString FileRepairService::methodName(Method method)
+{
+    switch (method) {
+    case Method::frameCopy:
+        return QStringLiteral("frameCopy");
+    case Method::partialReencode:
+        return QStringLiteral("partialReencode");
+    case Method::reencode:
+        break;
+    }
+    return QStringLiteral("reencode");
+}
 
 FileRepairService::FileRepairService(std::shared_ptr<const FFmpegWrapper> ffmpeg) : ffmpeg_(std::move(ffmpeg)) {}
 
@@ -165,33 +204,81 @@ std::optional<FileRepairService::Produced> FileRepairService::run(const QString&
         bool copied = false;
         if (mp3Out) {
             bool cancelled = false;
-            const auto frames = copyFrames(path, output, token, bitrate, cancelled);
-            if (cancelled || token.isCancelled()) {
+            const auto mp3 = scanFrames(path, token, bitrate, cancelled);
+            const auto stopped = [&] {
+                if (!cancelled && !token.isCancelled())
+                    return false;
                 log(QStringLiteral("Repair of ") + name + QStringLiteral(" cancelled"));
+                return true;
+            };
+            if (stopped())
                 return std::nullopt;
+            std::optional<MP3FrameCopyWriter::Outcome> frames;
+            if (mp3) {
+                log(QStringLiteral("Frame copy of %1: %2 frames kept, %3 holes and %4 trailing bytes left out")
+                        .arg(name)
+                        .arg(mp3->scan.validFrameCount)
+                        .arg(mp3->scan.holes.size())
+                        .arg(mp3->scan.trailingBytes));
+                frames = copyFrames(*mp3, output, token);
+                cancelled = !frames;
             }
+            if (stopped())
+                return std::nullopt;
             if (frames) {
                 // One decode of the copy: frames that pass the header walk can
                 // still hold data the decoder rejects.
-                const FFmpegResult check = ffmpeg_->run({QStringLiteral("-nostdin"), QStringLiteral("-v"),
-                                                         QStringLiteral("error"), QStringLiteral("-i"), output,
-                                                         QStringLiteral("-map"), QStringLiteral("0:a:0"),
-                                                         QStringLiteral("-f"), QStringLiteral("null"),
-                                                         QStringLiteral("-")},
-                                                        std::nullopt, token);
-                if (token.isCancelled()) {
-                    log(QStringLiteral("Repair of ") + name + QStringLiteral(" cancelled"));
+                const FFmpegResult check = decodeCheck(output, ffmpeg_, token);
+                if (stopped())
                     return std::nullopt;
-                }
-                if (check.succeeded() && check.decodeErrorCount == 0 && check.stderr.trimmed().isEmpty()) {
+                if (decodesCleanly(check)) {
                     copied = true;
                     exactBytes = frames->bytes;
                     outcome.method = Method::frameCopy;
                 } else {
-                    log(QStringLiteral("%1 decode errors in the copied frames of %2 — re-encoding instead")
+                    log(QStringLiteral("%1 decode errors in the copied frames of %2 — re-encoding only the "
+                                       "stretches where they lie")
                             .arg(check.decodeErrorCount)
                             .arg(name));
                     QFile::remove(output);
+                    const WorkDirectory scratch;
+                    MP3RegionRepair regional(mp3->bytes->data(), mp3->scan, *ffmpeg_, scratch.path(), token, progress);
+                    const auto plan = regional.run();
+                    if (stopped())
+                        return std::nullopt;
+                    if (plan) {
+                        for (const MP3ReencodedRegion& r : plan->regions)
+                            log(QStringLiteral("Re-encoded frames %1–%2 of %3 (%4 s at %5 s; %6 did not decode)")
+                                    .arg(r.firstFrame)
+                                    .arg(r.firstFrame + r.frameCount - 1)
+                                    .arg(name)
+                                    .arg(r.duration, 0, 'f', 3)
+                                    .arg(r.startTime, 0, 'f', 3)
+                                    .arg(r.undecodableFrames));
+                        frames = copyFrames(*mp3, output, token, plan->replacements);
+                        cancelled = !frames;
+                        if (stopped())
+                            return std::nullopt;
+                        const FFmpegResult again = decodeCheck(output, ffmpeg_, token);
+                        if (stopped())
+                            return std::nullopt;
+                        if (decodesCleanly(again)) {
+                            copied = true;
+                            exactBytes = frames->bytes;
+                            outcome.method = Method::partialReencode;
+                            outcome.regions = plan->regions;
+                        } else {
+                            log(QStringLiteral("%1 decode errors remain in the spliced copy of %2 — re-encoding the "
+                                               "whole file instead")
+                                    .arg(again.decodeErrorCount)
+                                    .arg(name));
+                            QFile::remove(output);
+                        }
+                    } else {
+                        log(QStringLiteral("Stretches of %1 could not be re-encoded alone (%2) — re-encoding the "
+                                           "whole file instead")
+                                .arg(name, regional.why()));
+                    }
                 }
             }
         }

@@ -1,5 +1,6 @@
 #include "container/mp3/MP3FrameCopyWriter.h"
 
+#include "container/mp3/MP3FrameSequence.h"
 #include "container/mp3/MP3IntegrityError.h"
 
 #include <QFileInfo>
@@ -7,6 +8,7 @@
 
 #include <array>
 #include <cstring>
+#include <stdexcept>
 
 namespace folivox {
 
@@ -18,17 +20,68 @@ void putBigEndian32(QByteArray& b, qsizetype at, std::uint32_t v)
         b[at + i] = char((v >> (24 - 8 * i)) & 0xFF);
 }
 
-// Every audio frame of the runs, in order.
-template<class F>
-void forEachFrame(const std::uint8_t* source, const MP3FrameScanner::Result& scan, F&& f)
+// A stretch of bytes of the copy's audio: part of a run of the source, or a
+// replacement.
+struct Piece {
+    const std::uint8_t* data;
+    std::size_t length;
+};
+
+// The copy's audio as pieces: the runs of the scan, cut around the frames
+// that replacements stand in for.
+std::vector<Piece> audioPieces(const std::uint8_t* source, const MP3FrameScanner::Result& scan,
+                               const std::vector<MP3FrameCopyWriter::Replacement>& replacements)
 {
+    std::vector<Piece> pieces;
+    std::size_t next = 0;      // the next replacement
+    std::int64_t index = 0;    // of the frame at pos
+    std::int64_t skipping = 0; // frames still to leave out
     for (const auto& run : scan.audioRuns) {
+        std::size_t pieceStart = run.start;
         std::size_t pos = run.start;
         while (pos < run.end) {
             const auto h = MP3FrameHeader::decode(source + pos, run.end - pos);
             if (!h)
-                return; // cannot happen for a run of the scan
-            f(pos, *h);
+                break; // cannot happen for a run of the scan
+            if (skipping == 0 && next < replacements.size() && replacements[next].firstFrame == index) {
+                const auto& r = replacements[next++];
+                if (r.frameCount <= 0 || (next < replacements.size() && replacements[next].firstFrame < index + r.frameCount))
+                    throw std::invalid_argument("replacements overlap or are empty");
+                if (pos > pieceStart)
+                    pieces.push_back({source + pieceStart, pos - pieceStart});
+                pieces.push_back({reinterpret_cast<const std::uint8_t*>(r.frames.constData()),
+                                  std::size_t(r.frames.size())});
+                skipping = r.frameCount;
+            }
+            pos += std::size_t(h->frameLength);
+            ++index;
+            if (skipping > 0) {
+                --skipping;
+                pieceStart = pos;
+            }
+        }
+        if (pos > pieceStart)
+            pieces.push_back({source + pieceStart, pos - pieceStart});
+    }
+    if (next != replacements.size() || skipping != 0)
+        throw std::invalid_argument("a replacement lies outside the audio frames");
+    return pieces;
+}
+
+QByteArray infoFrameFor(const std::uint8_t* source, const MP3FrameScanner::Result& scan,
+                        const std::vector<Piece>& pieces);
+
+// Every audio frame of the pieces, in order.
+template<class F>
+void forEachFrame(const std::vector<Piece>& pieces, F&& f)
+{
+    for (const Piece& piece : pieces) {
+        std::size_t pos = 0;
+        while (pos < piece.length) {
+            const auto h = MP3FrameHeader::decode(piece.data + pos, piece.length - pos);
+            if (!h || std::size_t(h->frameLength) > piece.length - pos)
+                break;
+            f(piece.data + pos, *h);
             pos += std::size_t(h->frameLength);
         }
     }
@@ -59,7 +112,16 @@ std::uint16_t MP3FrameCopyWriter::crc16(const std::uint8_t* data, std::size_t le
     return crc;
 }
 
-QByteArray MP3FrameCopyWriter::infoFrame(const std::uint8_t* source, const MP3FrameScanner::Result& scan)
+QByteArray MP3FrameCopyWriter::infoFrame(const std::uint8_t* source, const MP3FrameScanner::Result& scan,
+                                         const std::vector<Replacement>& replacements)
+{
+    return infoFrameFor(source, scan, audioPieces(source, scan, replacements));
+}
+
+namespace {
+
+QByteArray infoFrameFor(const std::uint8_t* source, const MP3FrameScanner::Result& scan,
+                        const std::vector<Piece>& pieces)
 {
     // The audio frames: their count, bytes, offsets for the seek table,
     // whether they share one bitrate, and the music CRC.
@@ -70,13 +132,13 @@ QByteArray MP3FrameCopyWriter::infoFrame(const std::uint8_t* source, const MP3Fr
     std::uint16_t musicCrc = 0;
     std::vector<std::int64_t> offsets;
     offsets.reserve(std::size_t(scan.validFrameCount));
-    forEachFrame(source, scan, [&](std::size_t pos, const MP3FrameHeader& h) {
+    forEachFrame(pieces, [&](const std::uint8_t* frameData, const MP3FrameHeader& h) {
         if (!first)
             first = h;
         oneBitrate = oneBitrate && h.bitrateIndex == first->bitrateIndex;
         offsets.push_back(audioBytes);
         audioBytes += h.frameLength;
-        musicCrc = crc16(source + pos, std::size_t(h.frameLength), musicCrc);
+        musicCrc = MP3FrameCopyWriter::crc16(frameData, std::size_t(h.frameLength), musicCrc);
         ++frames;
     });
     if (!first)
@@ -94,6 +156,8 @@ QByteArray MP3FrameCopyWriter::infoFrame(const std::uint8_t* source, const MP3Fr
                            qsizetype(scan.infoFrameSpan->end - scan.infoFrameSpan->start));
         xing = src->tagOffset;
         lame = src->lame;
+        if (!oneBitrate && src->kind == MP3InfoFrame::Kind::info)
+            std::memcpy(frame.data() + xing, "Xing", 4);
     } else {
         MP3FrameHeader h = *first;
         h.crcProtected = false;
@@ -136,18 +200,22 @@ QByteArray MP3FrameCopyWriter::infoFrame(const std::uint8_t* source, const MP3Fr
         putBigEndian32(frame, ext + 28, std::uint32_t(total));
         frame[ext + 32] = char(musicCrc >> 8);
         frame[ext + 33] = char(musicCrc & 0xFF);
-        const std::uint16_t tagCrc = crc16(reinterpret_cast<const std::uint8_t*>(frame.constData()), std::size_t(ext + 34));
+        const std::uint16_t tagCrc = MP3FrameCopyWriter::crc16(reinterpret_cast<const std::uint8_t*>(frame.constData()), std::size_t(ext + 34));
         frame[ext + 34] = char(tagCrc >> 8);
         frame[ext + 35] = char(tagCrc & 0xFF);
     }
     return frame;
 }
 
+} // namespace
+
 std::optional<MP3FrameCopyWriter::Outcome> MP3FrameCopyWriter::write(const std::uint8_t* source, std::size_t size,
                                                                      const MP3FrameScanner::Result& scan,
                                                                      const QString& output,
-                                                                     const std::function<bool()>& cancelled)
+                                                                     const std::function<bool()>& cancelled,
+                                                                     const std::vector<Replacement>& replacements)
 {
+    const std::vector<Piece> pieces = audioPieces(source, scan, replacements);
     const QString name = QFileInfo(output).fileName();
     QSaveFile file(output);
     if (!file.open(QIODevice::WriteOnly))
@@ -169,16 +237,22 @@ std::optional<MP3FrameCopyWriter::Outcome> MP3FrameCopyWriter::write(const std::
     };
     for (const auto& tag : scan.leadingTags)
         putSpan(tag);
-    const QByteArray info = infoFrame(source, scan);
+    const QByteArray info = infoFrameFor(source, scan, pieces);
     put(info.constData(), info.size());
-    for (const auto& run : scan.audioRuns) {
+    for (const Piece& piece : pieces) {
         if (cancelled && cancelled()) {
             file.cancelWriting();
             return std::nullopt;
         }
-        putSpan(run);
+        put(reinterpret_cast<const char*>(piece.data), std::int64_t(piece.length));
     }
     outcome.audioFrames = scan.validFrameCount;
+    for (const Replacement& r : replacements)
+        outcome.audioFrames += std::int64_t(MP3FrameSequence::ofBytes(reinterpret_cast<const std::uint8_t*>(
+                                                                          r.frames.constData()),
+                                                                      std::size_t(r.frames.size()))
+                                                .size())
+            - r.frameCount;
     for (const auto& tag : scan.trailingTags)
         putSpan(tag);
     if (!file.commit())

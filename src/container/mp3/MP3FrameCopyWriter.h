@@ -21,23 +21,39 @@ namespace folivox {
 // true, since the first and last frames are the source's) and its frame and
 // byte counts, seek table, music length and both CRCs are rewritten. Otherwise
 // a new one is made ("Info" when every frame has one bitrate, "Xing" when not)
-// with the first audio frame's version, rate and channel mode.
+// with the first audio frame's version, rate and channel mode. A kept "Info"
+// frame becomes "Xing" when the frames no longer share one bitrate.
+//
+// Stretches of audio frames can be replaced by other frames (a re-encode of
+// frames that do not decode): the frames [firstFrame, firstFrame +
+// frameCount) of the scan, counted over all its runs, give way to `frames`.
 class MP3FrameCopyWriter {
 public:
     struct Outcome {
         std::int64_t bytes = 0;       // the whole file
-        std::int64_t audioFrames = 0; // copied audio frames
+        std::int64_t audioFrames = 0; // audio frames written
+    };
+
+    struct Replacement {
+        std::int64_t firstFrame = 0;
+        std::int64_t frameCount = 0;
+        QByteArray frames; // whole frames, back to back
     };
 
     // Writes atomically to `output` (nothing is left there on failure).
     // Throws MP3IntegrityError when the copy cannot be written, and returns
     // nothing when `cancelled` answers true (asked between runs of frames).
+    // Replacements are in stream order, apart, and inside the scan's frames
+    // (std::invalid_argument otherwise).
     static std::optional<Outcome> write(const std::uint8_t* source, std::size_t size,
                                         const MP3FrameScanner::Result& scan, const QString& output,
-                                        const std::function<bool()>& cancelled = {});
+                                        const std::function<bool()>& cancelled = {},
+                                        const std::vector<Replacement>& replacements = {});
 
-    // The information frame for these audio frames (runs of `source`).
-    static QByteArray infoFrame(const std::uint8_t* source, const MP3FrameScanner::Result& scan);
+    // The information frame for these audio frames (runs of `source`, with
+    // the replacements).
+    static QByteArray infoFrame(const std::uint8_t* source, const MP3FrameScanner::Result& scan,
+                                const std::vector<Replacement>& replacements = {});
 
     // CRC-16 as the LAME extension uses it (polynomial 0x8005, reflected,
     // starting at 0).

@@ -8,10 +8,14 @@
 #include <QByteArray>
 #include <QDir>
 #include <QFileInfo>
+#include <QProcess>
 #include <QString>
 #include <QStringList>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 namespace folivox::test {
@@ -65,6 +69,49 @@ struct Mp3TestFiles {
             pos += length;
         }
         return out;
+    }
+
+    // Frames [first, first + count) of `frames` with everything after their
+    // first two bytes of side information overwritten by noise: the walk
+    // still finds them (their headers stand), but their data no longer
+    // decodes.
+    static void spoil(QByteArray& bytes, const std::vector<Frame>& frames, std::size_t first, std::size_t count,
+                      unsigned seed)
+    {
+        std::uint32_t x = seed * 2654435761u + 7;
+        for (std::size_t k = first; k < first + count; ++k) {
+            for (qsizetype i = frames[k].offset + 6; i < frames[k].offset + frames[k].length; ++i) {
+                x = x * 1664525u + 1013904223u;
+                bytes[i] = char(x >> 24);
+            }
+        }
+    }
+
+    // The decoded audio of a file as ffmpeg plays it (encoder delay and
+    // padding trimmed), mixed to mono float.
+    static std::vector<float> decodedSamples(const QString& path)
+    {
+        QProcess p;
+        p.start(QStringLiteral("ffmpeg"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-nostdin"),
+                                           QStringLiteral("-i"), path, QStringLiteral("-ac"), QStringLiteral("1"),
+                                           QStringLiteral("-f"), QStringLiteral("f32le"), QStringLiteral("-")});
+        if (!p.waitForFinished(120000) || p.exitCode() != 0)
+            return {};
+        const QByteArray out = p.readAllStandardOutput();
+        std::vector<float> samples(std::size_t(out.size()) / sizeof(float));
+        std::memcpy(samples.data(), out.constData(), samples.size() * sizeof(float));
+        return samples;
+    }
+
+    // How close b is to a over [from, to), in dB (signal over difference).
+    static double snr(const std::vector<float>& a, const std::vector<float>& b, std::size_t from, std::size_t to)
+    {
+        double signal = 0, noise = 0;
+        for (std::size_t i = from; i < to && i < a.size() && i < b.size(); ++i) {
+            signal += double(a[i]) * a[i];
+            noise += (double(a[i]) - b[i]) * (double(a[i]) - b[i]);
+        }
+        return 10.0 * std::log10(signal / std::max(noise, 1e-20));
     }
 
     // Random bytes that hold no 0xFF and none of the letters that open a tag,
