@@ -8,6 +8,8 @@
 #include <QFileInfo>
 #include <QUuid>
 
+#include <QStringList>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -35,6 +37,24 @@ void syncFolder(const QString& folder)
         ::fsync(fd);
         ::close(fd);
     }
+}
+
+// Writes all of `bytes` to `fd`; false with errno set when a write fails.
+bool writeAll(int fd, const QByteArray& bytes)
+{
+    qsizetype done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.constData() + done, static_cast<size_t>(bytes.size() - done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = EIO;
+            return false;
+        }
+        done += n;
+    }
+    return true;
 }
 
 } // namespace
@@ -68,18 +88,11 @@ void StagedFileWriter::write(const QString& target, const QByteArray& bytes, con
     const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0)
         fail(target, systemError());
-    qsizetype done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.constData() + done, static_cast<size_t>(bytes.size() - done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            const QString why = systemError();
-            ::close(fd);
-            ::unlink(path.constData());
-            fail(target, why);
-        }
-        done += n;
+    if (!writeAll(fd, bytes)) {
+        const QString why = systemError();
+        ::close(fd);
+        ::unlink(path.constData());
+        fail(target, why);
     }
     if (::fsync(fd) != 0 || ::close(fd) != 0) {
         const QString why = systemError();
@@ -100,6 +113,113 @@ void StagedFileWriter::preserve(const QString& source, const QString& target, co
         return;
     }
     commit(staged, target, point);
+}
+
+namespace {
+
+// Opens a new staging file and writes `bytes` into it; gives its descriptor.
+int writeStaged(const QString& staged, const QString& target, const QByteArray& bytes)
+{
+    const QByteArray path = QFile::encodeName(staged);
+    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0)
+        fail(target, systemError());
+    if (!writeAll(fd, bytes)) {
+        const QString why = systemError();
+        ::close(fd);
+        ::unlink(path.constData());
+        fail(target, why);
+    }
+    return fd;
+}
+
+} // namespace
+
+void StagedFileWriter::writeUnflushed(const QString& target, const QByteArray& bytes) const
+{
+    const QString staged = stagedName(target);
+    const int fd = writeStaged(staged, target, bytes);
+#ifdef __linux__
+    ::sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+#endif
+    if (::close(fd) != 0) {
+        const QString why = systemError();
+        QFile::remove(staged);
+        fail(target, why);
+    }
+    if (::rename(QFile::encodeName(staged).constData(), QFile::encodeName(target).constData()) != 0) {
+        const QString why = systemError();
+        QFile::remove(staged);
+        fail(target, why);
+    }
+}
+
+StagedFileWriter::Batch::Batch(const StagedFileWriter& writer)
+    : writer_(writer)
+{
+}
+
+StagedFileWriter::Batch::~Batch()
+{
+    discard();
+}
+
+void StagedFileWriter::Batch::discard()
+{
+    for (File& f : files_) {
+        if (f.fd >= 0)
+            ::close(f.fd);
+        if (!f.staged.isEmpty())
+            ::unlink(QFile::encodeName(f.staged).constData());
+    }
+    files_.clear();
+}
+
+void StagedFileWriter::Batch::add(const QString& target, const QByteArray& bytes)
+{
+    File file;
+    file.target = target;
+    file.staged = writer_.stagedName(target);
+    file.fd = writeStaged(file.staged, target, bytes);
+    files_.push_back(std::move(file));
+}
+
+void StagedFileWriter::Batch::commit(const char* point)
+{
+    for (File& f : files_) {
+        const int fd = f.fd;
+        f.fd = -1;
+        const bool flushed = ::fsync(fd) == 0;
+        const int flushError = errno;
+        if (::close(fd) != 0 || !flushed) {
+            if (!flushed)
+                errno = flushError;
+            const QString why = systemError();
+            const QString target = f.target;
+            discard();
+            fail(target, why);
+        }
+    }
+    FaultInjection::reach((QByteArray(point) + ".staged").constData());
+    QStringList folders;
+    for (File& f : files_) {
+        if (::rename(QFile::encodeName(f.staged).constData(), QFile::encodeName(f.target).constData()) != 0) {
+            const QString why = systemError();
+            const QString target = f.target;
+            for (const QString& done : folders)
+                syncFolder(done);
+            discard();
+            fail(target, why);
+        }
+        f.staged.clear(); // in place: nothing left to remove
+        const QString folder = QFileInfo(f.target).absolutePath();
+        if (!folders.contains(folder))
+            folders << folder;
+    }
+    for (const QString& folder : folders)
+        syncFolder(folder);
+    files_.clear();
+    FaultInjection::reach((QByteArray(point) + ".replaced").constData());
 }
 
 void StagedFileWriter::clearStaging() const
