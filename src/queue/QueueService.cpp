@@ -543,6 +543,10 @@ QueueService::JobEnd QueueService::runJob(const Begun& begun, std::optional<Begu
     std::optional<QueueBuildInput> input;
     QueueBuildOrder order;
     try {
+        // A job begun by the save that ended the one before may have been
+        // cancelled since: nothing of it is prepared.
+        if (token->isCancelled())
+            throw QueueBuildFailure::cancellation();
         // 2. The licensing gate.
         if (capability) {
             if (const std::optional<QString> refusal = capability(job))
@@ -570,7 +574,7 @@ QueueService::JobEnd QueueService::runJob(const Begun& begun, std::optional<Begu
         BuildUseCase::Sinks sinks;
         sinks.progress = [this, id](const QString& phase, double fraction) { applyProgress(id, phase, fraction); };
         sinks.note = [&logLine](const QString& text) { logLine(QStringLiteral("[Queue] note: ") + text); };
-        if (token->isCancelled()) // cancelled before its build began
+        if (token->isCancelled()) // cancelled while it was prepared
             throw QueueBuildFailure::cancellation();
         built = builder_->build(order, token, sinks);
     } catch (const QueueRunError& e) {
