@@ -6,9 +6,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QUuid>
-
 #include <QStringList>
+#include <QUuid>
 
 #include <cerrno>
 #include <cstdio>
@@ -57,6 +56,22 @@ bool writeAll(int fd, const QByteArray& bytes)
     return true;
 }
 
+// Opens a new staging file and writes `bytes` into it; gives its descriptor.
+int writeStaged(const QString& staged, const QString& target, const QByteArray& bytes)
+{
+    const QByteArray path = QFile::encodeName(staged);
+    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0)
+        fail(target, systemError());
+    if (!writeAll(fd, bytes)) {
+        const QString why = systemError();
+        ::close(fd);
+        ::unlink(path.constData());
+        fail(target, why);
+    }
+    return fd;
+}
+
 } // namespace
 
 StagedFileWriter::StagedFileWriter(QString stagingFolder)
@@ -84,19 +99,10 @@ void StagedFileWriter::commit(const QString& staged, const QString& target, cons
 void StagedFileWriter::write(const QString& target, const QByteArray& bytes, const char* point) const
 {
     const QString staged = stagedName(target);
-    const QByteArray path = QFile::encodeName(staged);
-    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0)
-        fail(target, systemError());
-    if (!writeAll(fd, bytes)) {
-        const QString why = systemError();
-        ::close(fd);
-        ::unlink(path.constData());
-        fail(target, why);
-    }
+    const int fd = writeStaged(staged, target, bytes);
     if (::fsync(fd) != 0 || ::close(fd) != 0) {
         const QString why = systemError();
-        ::unlink(path.constData());
+        ::unlink(QFile::encodeName(staged).constData());
         fail(target, why);
     }
     commit(staged, target, point);
@@ -114,26 +120,6 @@ void StagedFileWriter::preserve(const QString& source, const QString& target, co
     }
     commit(staged, target, point);
 }
-
-namespace {
-
-// Opens a new staging file and writes `bytes` into it; gives its descriptor.
-int writeStaged(const QString& staged, const QString& target, const QByteArray& bytes)
-{
-    const QByteArray path = QFile::encodeName(staged);
-    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0)
-        fail(target, systemError());
-    if (!writeAll(fd, bytes)) {
-        const QString why = systemError();
-        ::close(fd);
-        ::unlink(path.constData());
-        fail(target, why);
-    }
-    return fd;
-}
-
-} // namespace
 
 void StagedFileWriter::writeUnflushed(const QString& target, const QByteArray& bytes) const
 {
