@@ -448,22 +448,25 @@ int runQueue(const Common& c, bool resume)
 int runWorker(const Common& c)
 {
     Log::setVerbose(c.verbose);
-    QFile in;
-    if (!in.open(stdin, QIODevice::ReadOnly))
-        return ExitUsage;
-    const QByteArray order = in.readAll();
-    auto token = std::make_shared<ManualCancellationToken>();
-    CancelOnSignal cancelOnSignal(token);
+    // The queue's process may die in any way; every signal that says so is
+    // a request to cancel and clean up, however many arrive.
+    SignalCancellation::setRepeatsEndProgram(false);
+    SignalCancellation::install();
     // With the queue gone, a write to the pipe must not kill the worker
     // before it has stopped its children and removed its work: it fails,
     // and the build is cancelled.
     ::signal(SIGPIPE, SIG_IGN);
-    return QueueWorker::run(order, token, [token](const QByteArray& line) {
+    std::shared_ptr<QueueWorker> worker;
+    worker = std::make_shared<QueueWorker>([&worker](const QByteArray& line) {
         const bool written = std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stdout)
                                  == static_cast<size_t>(line.size());
         if (std::fflush(stdout) != 0 || !written)
-            token->cancel();
+            worker->stop();
     });
+    const int hook = SignalCancellation::onCancel([worker] { worker->stop(); });
+    const int status = worker->serve(STDIN_FILENO);
+    SignalCancellation::removeCallback(hook);
+    return status;
 }
 
 // One request to the queue, with its answer printed.

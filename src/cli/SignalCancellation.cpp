@@ -22,6 +22,7 @@ namespace {
 std::atomic<bool> gSignalled{false};
 std::atomic<bool> gHandled{false};
 std::atomic<int> gSignalCount{0};
+std::atomic<bool> gRepeatsEnd{true};
 int gPipe[2] = {-1, -1};
 std::mutex gMutex;
 std::map<int, std::function<void()>> gCallbacks;
@@ -31,7 +32,7 @@ void handler(int)
 {
     gSignalled.store(true);
     const int n = ++gSignalCount;
-    if (n >= 3)
+    if (n >= 3 && gRepeatsEnd.load())
         ::_exit(130);
     const char byte = 1;
     [[maybe_unused]] auto w = ::write(gPipe[1], &byte, 1);
@@ -108,6 +109,11 @@ void SignalCancellation::install()
         ::sigaction(SIGHUP, &sa, nullptr);
         installFaultSignal();
     });
+}
+
+void SignalCancellation::setRepeatsEndProgram(bool end)
+{
+    gRepeatsEnd.store(end);
 }
 
 bool SignalCancellation::cancelled()

@@ -17,6 +17,13 @@ namespace folivox::cli {
 class SignalCancellation {
 public:
     static void install();
+    // Whether a third signal ends the program at once (the default, for a
+    // user pressing Ctrl-C again). A build worker turns it off: its parent's
+    // death signal arrives once for each thread of the parent that ends
+    // after the one that started it (the kernel sends it again at each
+    // re-parenting), so a kill -9 of its parent can bring several at once,
+    // and the worker must still stop its children and remove its work.
+    static void setRepeatsEndProgram(bool end);
     // A cancelling signal has arrived (true from the moment its handler ran).
     static bool cancelled();
     // Runs f on cancellation (at once if already cancelled). Returns an id.

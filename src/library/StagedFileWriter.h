@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include <vector>
+
 namespace folivox {
 
 // Writes library files so that each one is either its old or its new whole
@@ -28,6 +30,46 @@ public:
 
     // Removes everything in the staging folder (creating it if needed).
     void clearStaging() const;
+
+    // Writes `target` whole or not at all as far as a crash of the program
+    // goes (staged, then renamed), without waiting for the disk: for files
+    // that are not worth a flush of their own, such as logs. Writeback is
+    // started at once, so that the next flush of the file system (on ext4,
+    // the next journal commit) carries the file; a power cut before that may
+    // lose it. Throws GenericError naming `target`.
+    void writeUnflushed(const QString& target, const QByteArray& bytes) const;
+
+    // Several files written as one step: each is written to the staging
+    // folder, all are flushed to disk, then they are renamed into place in
+    // the order they were added and their folders are flushed once each (a
+    // folder shared by the files costs one flush, not one per file).
+    // Fault points: "<point>.staged" (all flushed, none renamed) and
+    // "<point>.replaced" (all in place). What is not committed is removed
+    // when the batch ends.
+    class Batch {
+    public:
+        explicit Batch(const StagedFileWriter& writer);
+        ~Batch();
+        Batch(const Batch&) = delete;
+        Batch& operator=(const Batch&) = delete;
+
+        // Throws GenericError naming `target`.
+        void add(const QString& target, const QByteArray& bytes);
+        // Throws GenericError naming the file that failed; files renamed
+        // before it stay in place.
+        void commit(const char* point);
+
+    private:
+        struct File {
+            QString staged;
+            QString target;
+            int fd = -1;
+        };
+        void discard();
+
+        const StagedFileWriter& writer_;
+        std::vector<File> files_;
+    };
 
     const QString& stagingFolder() const { return staging_; }
 

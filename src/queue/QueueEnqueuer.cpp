@@ -136,11 +136,13 @@ QueueJob QueueEnqueuer::make(const Request& request, const std::vector<QueueJob>
     job.plannedBasename = plan.basename;
     if (job.origin.candidate) {
         CandidatePayload& payload = *job.origin.candidate;
-        store.writeJobFile(job.id, QStringLiteral("book.json"), QJsonDocument(payload.book->toJson()).toJson(QJsonDocument::Compact));
+        QList<QPair<QString, QByteArray>> files{
+            {QStringLiteral("book.json"), QJsonDocument(payload.book->toJson()).toJson(QJsonDocument::Compact)}};
+        if (!cover.isEmpty())
+            files.append({*payload.coverFile, cover});
+        store.writeNewJobFiles(job.id, files);
         payload.bookFile = QStringLiteral("book.json");
         payload.book.reset();
-        if (!cover.isEmpty())
-            store.writeJobFile(job.id, *payload.coverFile, cover);
     }
     return job;
 }

@@ -28,6 +28,10 @@ public:
     // Throws QueueBuildFailure (already classified) when no book was made.
     virtual Built build(const QueueBuildOrder& order, std::shared_ptr<const CancellationToken> token,
                         const BuildUseCase::Sinks& sinks) = 0;
+
+    // The run that called build() has ended: what the builder keeps from
+    // one build to the next within a run can go. Called on the run's thread.
+    virtual void runEnded() {}
 };
 
 } // namespace folivox

@@ -365,23 +365,64 @@ void QueueService::waitUntilIdle()
     wake_.wait(lock, [this] { return !isProcessing_; });
 }
 
+std::optional<QueueService::Begun> QueueService::beginNextLocked()
+{
+    if (stopRequested_ || shuttingDown_ || halt_)
+        return std::nullopt;
+    const auto it = std::find_if(jobs_.begin(), jobs_.end(), [](const QueueJob& j) { return j.status == QueueJobStatus::pending; });
+    if (it == jobs_.end())
+        return std::nullopt;
+    Begun begun;
+    begun.token = std::make_shared<ManualCancellationToken>();
+    begun.attempt.id = QUuid::createUuid();
+    begun.attempt.startedAt = QDateTime::currentDateTimeUtc();
+    it->status = QueueJobStatus::running;
+    it->progress = 0;
+    it->progressPhase.reset();
+    it->attempts.push_back(begun.attempt);
+    begun.job = *it;
+    currentJobID_ = it->id;
+    currentToken_ = begun.token;
+    throttle_.reset();
+    return begun;
+}
+
 void QueueService::runLoop()
 {
     QueueRunSummary summary;
     Log::write(QStringLiteral("[Queue] run started"));
+    // A job already running: begun by the save that ended the job before it.
+    std::optional<Begun> begun;
     for (;;) {
-        QUuid next;
         {
             std::unique_lock lock(mutex_);
-            if (stopRequested_ || halt_)
+            if (!begun) {
+                // 1. Running, saved, told.
+                begun = beginNextLocked();
+                if (!begun)
+                    break;
+                saveLocked(QSet<QUuid>{begun->job.id});
+                emitLocked(lock, {QueueServiceEvent::stateChanged(jobs_)});
+            } else if (stopRequested_ || shuttingDown_) {
+                // Asked to stop in the instant between two jobs: the one
+                // begun has not built anything, so it waits again.
+                const auto it = find(begun->job.id);
+                if (it != jobs_.end() && it->status == QueueJobStatus::running) {
+                    it->status = QueueJobStatus::pending;
+                    it->progress = 0;
+                    std::erase_if(it->attempts, [&](const JobAttempt& a) { return a.id == begun->attempt.id; });
+                    saveLocked(QSet<QUuid>{it->id});
+                }
+                currentJobID_.reset();
+                currentToken_.reset();
+                cancelRequestedJobIDs_.remove(begun->job.id);
+                emitLocked(lock, {QueueServiceEvent::stateChanged(jobs_)});
                 break;
-            const auto it = std::find_if(jobs_.begin(), jobs_.end(),
-                                         [](const QueueJob& j) { return j.status == QueueJobStatus::pending; });
-            if (it == jobs_.end())
-                break;
-            next = it->id;
+            }
         }
-        switch (runJob(next)) {
+        const QUuid id = begun->job.id;
+        std::optional<Begun> next;
+        switch (runJob(*begun, next)) {
         case JobEnd::built: ++summary.built; break;
         case JobEnd::failed: ++summary.failed; break;
         case JobEnd::skipped: ++summary.skipped; break;
@@ -389,12 +430,16 @@ void QueueService::runLoop()
         case JobEnd::vanished: break;
         case JobEnd::retrying: {
             std::unique_lock lock(mutex_);
-            Log::write(QStringLiteral("[Queue] automatic retry of %1 in %2 ms").arg(idText(next)).arg(config_.retryPause.count()));
+            Log::write(QStringLiteral("[Queue] automatic retry of %1 in %2 ms").arg(idText(id)).arg(config_.retryPause.count()));
             wake_.wait_for(lock, config_.retryPause, [this] { return stopRequested_ || shuttingDown_; });
             break;
         }
         }
+        begun = std::move(next);
     }
+    // The builder lets go of what it kept for the run (its build worker)
+    // on this thread, before the run is reported over.
+    builder_->runEnded();
     std::unique_lock lock(mutex_);
     isProcessing_ = false;
     lastRunSummary_ = summary;
@@ -476,7 +521,7 @@ void QueueService::applyProgress(const QUuid& id, const QString& phase, double f
     emitLocked(lock, {QueueServiceEvent::progress(id, fraction, phase)});
 }
 
-QueueService::JobEnd QueueService::runJob(const QUuid& id)
+QueueService::JobEnd QueueService::runJob(const Begun& begun, std::optional<Begun>& next)
 {
     QStringList logLines;
     std::mutex logMutex; // notes may arrive from the build's threads
@@ -486,28 +531,10 @@ QueueService::JobEnd QueueService::runJob(const QUuid& id)
         logLines << QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs) + u' ' + line;
     };
 
-    // 1. Running, saved, told.
-    QueueJob job;
-    JobAttempt attempt;
-    std::shared_ptr<ManualCancellationToken> token = std::make_shared<ManualCancellationToken>();
-    {
-        std::unique_lock lock(mutex_);
-        const auto it = find(id);
-        if (it == jobs_.end())
-            return JobEnd::vanished;
-        it->status = QueueJobStatus::running;
-        it->progress = 0;
-        it->progressPhase.reset();
-        attempt.id = QUuid::createUuid();
-        attempt.startedAt = QDateTime::currentDateTimeUtc();
-        it->attempts.push_back(attempt);
-        job = *it;
-        currentJobID_ = id;
-        currentToken_ = token;
-        throttle_.reset();
-        saveLocked(QSet<QUuid>{id});
-        emitLocked(lock, {QueueServiceEvent::stateChanged(jobs_)});
-    }
+    const QueueJob& job = begun.job;
+    const QUuid id = job.id;
+    JobAttempt attempt = begun.attempt;
+    const std::shared_ptr<ManualCancellationToken>& token = begun.token;
     logLine(QStringLiteral("[Queue] runJob jobID=%1 \"%2\" attempt %3").arg(idText(id), job.displayTitle).arg(job.attempts.size()));
 
     std::optional<QueueJobBuilder::Built> built;
@@ -516,6 +543,10 @@ QueueService::JobEnd QueueService::runJob(const QUuid& id)
     std::optional<QueueBuildInput> input;
     QueueBuildOrder order;
     try {
+        // A job begun by the save that ended the one before may have been
+        // cancelled since: nothing of it is prepared.
+        if (token->isCancelled())
+            throw QueueBuildFailure::cancellation();
         // 2. The licensing gate.
         if (capability) {
             if (const std::optional<QString> refusal = capability(job))
@@ -543,6 +574,8 @@ QueueService::JobEnd QueueService::runJob(const QUuid& id)
         BuildUseCase::Sinks sinks;
         sinks.progress = [this, id](const QString& phase, double fraction) { applyProgress(id, phase, fraction); };
         sinks.note = [&logLine](const QString& text) { logLine(QStringLiteral("[Queue] note: ") + text); };
+        if (token->isCancelled()) // cancelled while it was prepared
+            throw QueueBuildFailure::cancellation();
         built = builder_->build(order, token, sinks);
     } catch (const QueueRunError& e) {
         runError = e;
@@ -647,13 +680,23 @@ QueueService::JobEnd QueueService::runJob(const QUuid& id)
     if (it->status != QueueJobStatus::completed)
         it->progress = 0;
     it->progressPhase.reset();
-    saveLocked(QSet<QUuid>{id});
+    const QueueJob finished = *it;
     std::vector<QueueServiceEvent> events{QueueServiceEvent::stateChanged(jobs_)};
+    QSet<QUuid> changed{id};
+    if (!halt && end != JobEnd::retrying) {
+        // The run goes straight on: the next job is marked running in the
+        // same save, so that one flush to disk serves both changes.
+        next = beginNextLocked();
+        if (next)
+            changed.insert(next->job.id);
+    }
+    saveLocked(changed);
     if (halt) {
         setHaltLocked(*halt);
         events.push_back(QueueServiceEvent::halted(halt->message));
     }
-    const QueueJob finished = *it;
+    if (next)
+        events.push_back(QueueServiceEvent::stateChanged(jobs_));
     emitLocked(lock, events);
 
     // 8. The library learns of the build.

@@ -30,7 +30,8 @@
 namespace folivox {
 
 // Runs the queue's jobs one at a time, in list order, through a builder;
-// records every attempt, saves every change of a job at once, and halts the
+// records every attempt, saves every change of a job at once (the end of one
+// job and the start of the next in one save), and halts the
 // whole queue when going on would only fail again (a full disk, a read-only
 // or missing destination, no ffmpeg, lost sources). Every operation holds
 // one mutex; the run loop has a thread of its own, and no lock is held
@@ -119,8 +120,21 @@ public:
 private:
     enum class JobEnd { built, failed, skipped, cancelled, retrying, vanished };
 
+    // A job marked running with its new attempt, not yet built.
+    struct Begun {
+        QueueJob job;
+        JobAttempt attempt;
+        std::shared_ptr<ManualCancellationToken> token;
+    };
+
     void runLoop();
-    JobEnd runJob(const QUuid& id);
+    // Marks the first pending job running (in memory only), unless the run
+    // must end: stop asked, shutting down, halted, nothing pending. Called
+    // with mutex_ held.
+    std::optional<Begun> beginNextLocked();
+    // Builds a begun job and records its end; when the run goes straight on,
+    // the next job is begun in the same save and handed back in `next`.
+    JobEnd runJob(const Begun& begun, std::optional<Begun>& next);
     QueueBuildOrder orderFor(const QueueJob& job, std::optional<QueueBuildInput>& input);
     void prepareDestination(const QueueJob& job, const QString& outputPath);
     void applyProgress(const QUuid& id, const QString& phase, double fraction);

@@ -208,12 +208,32 @@ std::optional<QString> QueueStore::writeLog(const QUuid& id, const QString& text
     std::lock_guard lock(mutex_);
     try {
         QDir().mkpath(writer_.stagingFolder());
-        writer_.write(path, redactHome(text).toUtf8(), "queue.log");
+        writer_.writeUnflushed(path, redactHome(text).toUtf8());
     } catch (const Error& e) {
         Log::write(QStringLiteral("[Queue] could not write the log of job %1: %2").arg(folderName(id), e.description()));
         return std::nullopt;
     }
     return path;
+}
+
+void QueueStore::writeNewJobFiles(const QUuid& id, const QList<QPair<QString, QByteArray>>& files)
+{
+    const QString folder = jobFolder(id);
+    QDir().mkpath(folder);
+    std::lock_guard lock(mutex_);
+    QString path = folder;
+    try {
+        QDir().mkpath(writer_.stagingFolder());
+        StagedFileWriter::Batch batch(writer_);
+        for (const auto& [name, bytes] : files) {
+            path = QDir(folder).filePath(name);
+            batch.add(path, bytes);
+        }
+        path = folder;
+        batch.commit("queue.jobFiles");
+    } catch (const Error& e) {
+        throw QueueError::saveFailed(path, e.description());
+    }
 }
 
 QString QueueStore::writeJobFile(const QUuid& id, const QString& name, const QByteArray& bytes)

@@ -6,6 +6,8 @@
 #include "queue/QueueJob.h"
 
 #include <QHash>
+#include <QList>
+#include <QPair>
 #include <QSet>
 #include <QString>
 #include <QUuid>
@@ -29,6 +31,12 @@ namespace folivox {
 // flushed, then renamed over the target (fault points "queue.save.staged"
 // and "queue.save.replaced"), so a crash at any moment leaves the previous
 // complete file. Every operation holds one mutex, so saves are serial.
+//
+// Each flush waits for the disk (one cache flush of the device at least),
+// and on a busy disk that wait is most of a save's cost; so the queue file
+// is flushed on every save, a new job's files are flushed together
+// (writeNewJobFiles), and a log, which nothing depends on, is not flushed
+// on its own (writeLog).
 class QueueStore {
 public:
     using QueueFile = folivox::QueueFile;
@@ -72,10 +80,18 @@ public:
     QString logURL(const QUuid& id);
     QString jobFolder(const QUuid& id) const;
     // Writes an attempt's log (home folder replaced, see redactHome) and
-    // gives its path, or nothing when it could not be written.
+    // gives its path, or nothing when it could not be written. The log is
+    // replaced whole (staged and renamed), but not flushed on its own: it
+    // reaches the disk with the save that follows it (on a journalling file
+    // system such as ext4, that save's commit carries it); a power cut
+    // before that may lose it, as it may lose the attempt it belongs to.
     std::optional<QString> writeLog(const QUuid& id, const QString& text);
     // Writes a file into the job's folder; throws QueueError::saveFailed.
     QString writeJobFile(const QUuid& id, const QString& name, const QByteArray& bytes);
+    // Writes files (name, bytes) into the job's folder as one step: all
+    // flushed, then renamed into place, then the folder flushed once
+    // (fault points "queue.jobFiles.*"). Throws QueueError::saveFailed.
+    void writeNewJobFiles(const QUuid& id, const QList<QPair<QString, QByteArray>>& files);
     // Removes baseURL/jobs/<UUID>; a folder that is not there is no error.
     void removeJobFolder(const QUuid& id);
 

@@ -19,7 +19,9 @@ namespace folivox {
 //   {"event": "started", "seconds"}
 //   {"event": "built", "outputPath", "outputFiles", "logFile"}
 //   {"event": "failed", "failure": QueueBuildFailure}
-// The order goes the other way, as one JSON document on standard input.
+// The last two end a build. Orders go the other way, one QueueBuildOrder
+// JSON object a line on the worker's standard input; the worker builds them
+// one after the other and ends when its input ends.
 class QueueWorkerProtocol {
 public:
     static QByteArray progress(const QString& phase, double fraction);

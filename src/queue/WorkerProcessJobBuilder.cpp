@@ -15,6 +15,13 @@
 
 namespace folivox {
 
+struct WorkerProcessJobBuilder::Worker {
+    QProcess process;
+    std::shared_ptr<ChildProcessReaper::Entry> entry;
+    std::thread::id owner;
+    QByteArray pending; // output not yet a whole line
+};
+
 WorkerProcessJobBuilder::WorkerProcessJobBuilder(QString program, QStringList arguments, std::chrono::milliseconds grace)
     : program_(std::move(program))
     , arguments_(std::move(arguments))
@@ -22,10 +29,20 @@ WorkerProcessJobBuilder::WorkerProcessJobBuilder(QString program, QStringList ar
 {
 }
 
-QueueJobBuilder::Built WorkerProcessJobBuilder::build(const QueueBuildOrder& order, std::shared_ptr<const CancellationToken> token,
-                                                      const BuildUseCase::Sinks& sinks)
+WorkerProcessJobBuilder::~WorkerProcessJobBuilder()
 {
-    QProcess process;
+    endWorker();
+}
+
+qint64 WorkerProcessJobBuilder::workerProcessId() const
+{
+    return worker_ ? worker_->process.processId() : 0;
+}
+
+void WorkerProcessJobBuilder::startWorker()
+{
+    auto worker = std::make_unique<Worker>();
+    QProcess& process = worker->process;
     process.setProgram(program_);
     process.setArguments(arguments_);
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -38,36 +55,79 @@ QueueJobBuilder::Built WorkerProcessJobBuilder::build(const QueueBuildOrder& ord
             ::_exit(130);
     });
     auto& reaper = ChildProcessReaper::instance();
-    const auto entry = reaper.enter(program_);
+    worker->entry = reaper.enter(program_);
     process.start();
     if (!process.waitForStarted(30000)) {
-        reaper.leave(entry);
+        reaper.leave(worker->entry);
         throw QueueBuildFailure::classified(
             JobAttempt::ErrorClass::transient,
             L10n::format(L10n::text("queue.error.workerStart", "the build could not be started (%@): %@"),
                          {program_, process.errorString()}));
     }
-    reaper.launched(entry, process.processId());
-    process.write(QJsonDocument(order.toJson()).toJson(QJsonDocument::Compact));
-    process.closeWriteChannel();
+    reaper.launched(worker->entry, process.processId());
+    worker->owner = std::this_thread::get_id();
+    Log::write(QStringLiteral("[Queue] build worker PID=%1 started").arg(process.processId()));
+    worker_ = std::move(worker);
+}
+
+void WorkerProcessJobBuilder::endWorker()
+{
+    if (!worker_)
+        return;
+    QProcess& process = worker_->process;
+    if (process.state() != QProcess::NotRunning) {
+        // The end of its input ends an idle worker at once.
+        process.closeWriteChannel();
+        if (!process.waitForFinished(static_cast<int>(grace_.count()))) {
+            Log::write(QStringLiteral("[Queue] build worker PID=%1 did not end with its input — SIGKILL").arg(process.processId()));
+            process.kill();
+            process.waitForFinished(5000);
+        }
+    }
+    ChildProcessReaper::instance().leave(worker_->entry);
+    worker_.reset();
+}
+
+void WorkerProcessJobBuilder::runEnded()
+{
+    endWorker();
+}
+
+QueueJobBuilder::Built WorkerProcessJobBuilder::build(const QueueBuildOrder& order, std::shared_ptr<const CancellationToken> token,
+                                                      const BuildUseCase::Sinks& sinks)
+{
+    if (worker_) {
+        worker_->process.waitForFinished(0); // notice a worker that ended since the last build
+        if (worker_->owner != std::this_thread::get_id() || worker_->process.state() == QProcess::NotRunning)
+            endWorker();
+    }
+    if (!worker_)
+        startWorker();
+    Worker& worker = *worker_;
+    QProcess& process = worker.process;
+    worker.pending.clear();
+    process.write(QJsonDocument(order.toJson()).toJson(QJsonDocument::Compact) + '\n');
+    process.waitForBytesWritten(5000);
 
     QueueWorkerProtocol::Ending ending;
-    QByteArray pending;
+    const auto ended = [&ending] { return ending.built || ending.failure; };
     const auto drain = [&] {
-        pending += process.readAllStandardOutput();
+        worker.pending += process.readAllStandardOutput();
         qsizetype end;
-        while ((end = pending.indexOf('\n')) >= 0) {
-            QueueWorkerProtocol::read(pending.left(end), sinks, ending);
-            pending.remove(0, end + 1);
+        while (!ended() && (end = worker.pending.indexOf('\n')) >= 0) {
+            QueueWorkerProtocol::read(worker.pending.left(end), sinks, ending);
+            worker.pending.remove(0, end + 1);
         }
     };
     bool terminated = false;
     bool killed = false;
     QElapsedTimer sinceTerminate;
-    while (process.state() != QProcess::NotRunning) {
+    // Until the build's end arrives; after a cancel, until the worker has
+    // ended too, so that its children and work folder are gone.
+    while (process.state() != QProcess::NotRunning && (terminated || !ended())) {
         process.waitForReadyRead(100);
         drain();
-        if (token->isCancelled() && !terminated) {
+        if (token->isCancelled() && !terminated && !ended()) {
             Log::write(QStringLiteral("[Queue] cancel: SIGTERM to the build worker PID=%1").arg(process.processId()));
             process.terminate();
             terminated = true;
@@ -82,9 +142,14 @@ QueueJobBuilder::Built WorkerProcessJobBuilder::build(const QueueBuildOrder& ord
             process.waitForFinished(0);
     }
     drain();
-    if (!pending.isEmpty())
-        QueueWorkerProtocol::read(pending, sinks, ending);
-    reaper.leave(entry);
+    const bool running = process.state() != QProcess::NotRunning;
+    if (!running && !ended() && !worker.pending.isEmpty())
+        QueueWorkerProtocol::read(worker.pending, sinks, ending);
+    const QString how = process.exitStatus() == QProcess::CrashExit
+                            ? QStringLiteral("it crashed")
+                            : QStringLiteral("exit status %1").arg(process.exitCode());
+    if (!running)
+        endWorker(); // a new one for the next build
 
     if (ending.built)
         return *ending.built;
@@ -92,9 +157,6 @@ QueueJobBuilder::Built WorkerProcessJobBuilder::build(const QueueBuildOrder& ord
         throw *ending.failure;
     if (terminated)
         throw QueueBuildFailure::cancellation();
-    const QString how = process.exitStatus() == QProcess::CrashExit
-                            ? QStringLiteral("it crashed")
-                            : QStringLiteral("exit status %1").arg(process.exitCode());
     Log::write(QStringLiteral("[Queue] build worker ended without a result (%1)").arg(how));
     throw QueueBuildFailure::classified(
         JobAttempt::ErrorClass::transient,

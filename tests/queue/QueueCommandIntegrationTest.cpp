@@ -35,6 +35,53 @@ QStringList entries(const QString& folder)
     return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
 }
 
+// The children of process `pid` (of all its threads), read from /proc.
+QList<int> childrenOf(qint64 pid)
+{
+    QList<int> found;
+    const QString tasks = QStringLiteral("/proc/%1/task").arg(pid);
+    for (const QString& tid : QDir(tasks).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+        for (const QByteArray& child : Fixtures::readFile(tasks + u'/' + tid + QStringLiteral("/children")).split(' '))
+            if (!child.trimmed().isEmpty())
+                found << child.trimmed().toInt();
+    return found;
+}
+
+QString commandLine(int pid)
+{
+    return QString::fromUtf8(Fixtures::readFile(QStringLiteral("/proc/%1/cmdline").arg(pid)).replace('\0', ' ')).trimmed();
+}
+
+// What is in the temporary work folders: one line per folder, with its files.
+QStringList workDebris()
+{
+    const QString work = QDir(qEnvironmentVariable("TMPDIR")).filePath(QStringLiteral("FolivoxWork"));
+    QStringList debris;
+    for (const QString& e : entries(work))
+        debris << e + QStringLiteral(": ") + entries(QDir(work).filePath(e)).join(u' ');
+    return debris;
+}
+
+// Reaps this process's children as they end (orphans of a killed run come
+// here, as to a subreaper) until none is left and the work folders are
+// gone, or the time is up. Gives the command lines of the children left.
+QStringList waitForChildrenAndWorkToGo(int timeoutMs)
+{
+    QElapsedTimer t;
+    t.start();
+    QList<int> left = liveChildren();
+    while ((!left.isEmpty() || !workDebris().isEmpty()) && t.elapsed() < timeoutMs) {
+        for (int child : left)
+            ::waitpid(child, nullptr, WNOHANG);
+        QThread::msleep(20);
+        left = liveChildren();
+    }
+    QStringList commands;
+    for (int child : left)
+        commands << commandLine(child);
+    return commands;
+}
+
 class QueueCommandTest : public ::testing::Test {
 protected:
     QTemporaryDir dir;
@@ -192,20 +239,12 @@ TEST_F(QueueCommandTest, AKilledRunLeavesTheJobInterruptedNoOutputAndNoProcess)
     ASSERT_EQ(::kill(static_cast<pid_t>(pid), SIGKILL), 0);
     ASSERT_TRUE(run->waitForFinished(10000));
 
-    // The build worker and its ffmpeg stop by themselves; reap them as they end.
-    QElapsedTimer t;
-    t.start();
-    QList<int> left = liveChildren();
-    while (!left.isEmpty() && t.elapsed() < 20000) {
-        for (int child : left)
-            ::waitpid(child, nullptr, WNOHANG);
-        QThread::msleep(50);
-        left = liveChildren();
-    }
-    QString leftText;
-    for (int child : left)
-        leftText += QString::fromUtf8(Fixtures::readFile(QStringLiteral("/proc/%1/cmdline").arg(child)).replace('\0', ' ')) + u'\n';
-    EXPECT_TRUE(left.isEmpty()) << "processes left after the kill:\n" << leftText.toStdString();
+    // The build worker and its ffmpeg stop by themselves, and the worker
+    // removes its work folder on the way: nothing is left for a later run
+    // to sweep.
+    const QStringList left = waitForChildrenAndWorkToGo(5000);
+    EXPECT_TRUE(left.isEmpty()) << "processes left after the kill:\n" << left.join(u'\n').toStdString();
+    EXPECT_TRUE(workDebris().isEmpty()) << workDebris().join(u'\n').toStdString();
     ::prctl(PR_SET_CHILD_SUBREAPER, 0);
     EXPECT_TRUE(entries(out()).isEmpty()) << entries(out()).join(u' ').toStdString();
 
@@ -214,13 +253,6 @@ TEST_F(QueueCommandTest, AKilledRunLeavesTheJobInterruptedNoOutputAndNoProcess)
     // A plain run leaves it alone and builds the rest.
     const CommandRun plain = folivox({QStringLiteral("queue"), QStringLiteral("run")});
     EXPECT_EQ(plain.exitCode, 0) << plain.errText().toStdString();
-    // A work folder the killed build could not remove (its owner's lock is
-    // gone) is swept by the next run's build: none is left after it.
-    const QString work = QDir(qEnvironmentVariable("TMPDIR")).filePath(QStringLiteral("FolivoxWork"));
-    QStringList debris;
-    for (const QString& e : entries(work))
-        debris << e + QStringLiteral(": ") + entries(QDir(work).filePath(e)).join(u' ');
-    EXPECT_TRUE(debris.isEmpty()) << debris.join(u'\n').toStdString();
     EXPECT_EQ(job(big).value(QStringLiteral("status")).toString(), QStringLiteral("interrupted"));
     EXPECT_EQ(job(small).value(QStringLiteral("status")).toString(), QStringLiteral("completed"));
     EXPECT_TRUE(folivox({QStringLiteral("queue"), QStringLiteral("run")}).errText().contains(QStringLiteral("queue resume")));
@@ -230,6 +262,46 @@ TEST_F(QueueCommandTest, AKilledRunLeavesTheJobInterruptedNoOutputAndNoProcess)
     EXPECT_EQ(job(big).value(QStringLiteral("status")).toString(), QStringLiteral("completed"));
     EXPECT_EQ(job(big).value(QStringLiteral("attempts")).toInt(), 2);
     EXPECT_NEAR(Fixtures::decodedDuration(QDir(out()).filePath(QStringLiteral("Long.m4b"))), 300, 1);
+}
+
+TEST_F(QueueCommandTest, AKilledRunsWorkerRemovesItsWorkFolderItselfEvenWhenTheSignalComesAgain)
+{
+    ASSERT_EQ(::prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+    const QString big = add(source(QStringLiteral("long"), 300), QStringLiteral("Long"));
+    auto run = startRun({QStringLiteral("-j"), QStringLiteral("1")});
+    // Until the worker encodes, with the decoded book (PCM) in its work folder.
+    QElapsedTimer t;
+    t.start();
+    while (!workDebris().join(u' ').contains(QStringLiteral(".pcm")) && t.elapsed() < 60000)
+        QThread::msleep(20);
+    ASSERT_TRUE(workDebris().join(u' ').contains(QStringLiteral(".pcm"))) << run->readAllStandardError().constData();
+    ASSERT_TRUE(waitUntilBuilding(big)) << run->readAllStandardError().constData();
+    int worker = 0;
+    for (int child : childrenOf(run->processId()))
+        if (commandLine(child).contains(QStringLiteral("queue worker")))
+            worker = child;
+    ASSERT_GT(worker, 0);
+
+    // The kernel tells the worker of its parent's death once for every
+    // thread of `queue run` that ends after the one that started it, so a
+    // kill -9 can bring the signal two or three times within milliseconds.
+    // Two more here, each after the one before has been taken (a signal
+    // sent while the same one is pending counts once), make that case
+    // certain: each is the same request, to stop and clean up, and none may
+    // end the worker before it has.
+    ASSERT_EQ(::kill(static_cast<pid_t>(run->processId()), SIGKILL), 0);
+    for (int i = 0; i < 2; ++i) {
+        QThread::msleep(10);
+        ::kill(worker, SIGTERM);
+    }
+    ASSERT_TRUE(run->waitForFinished(10000));
+
+    const QStringList left = waitForChildrenAndWorkToGo(5000);
+    EXPECT_TRUE(left.isEmpty()) << "processes left after the kill:\n" << left.join(u'\n').toStdString();
+    EXPECT_TRUE(workDebris().isEmpty()) << workDebris().join(u'\n').toStdString();
+    ::prctl(PR_SET_CHILD_SUBREAPER, 0);
+    EXPECT_TRUE(entries(out()).isEmpty()) << entries(out()).join(u' ').toStdString();
+    EXPECT_EQ(job(big).value(QStringLiteral("status")).toString(), QStringLiteral("interrupted"));
 }
 
 TEST_F(QueueCommandTest, AnotherTerminalListsAndCancelsTheRunningJobAtOnce)

@@ -416,3 +416,108 @@ TEST_F(QueueServiceTest, PendingJobsCancelAndARemovedRunningJobVanishes)
     EXPECT_FALSE(QFileInfo::exists(store->jobFolder(jobs[0].id)));
     EXPECT_EQ(store->load().jobs.size(), 2u);
 }
+
+TEST_F(QueueServiceTest, OneSaveEndsAJobAndStartsTheNextAndAStopOrCancelBetweenThemIsHonoured)
+{
+    const auto makeJobs = [this](const QString& prefix) {
+        std::vector<QueueJob> jobs;
+        for (int i = 1; i <= 3; ++i)
+            jobs.push_back(test::sampleJob(QStringLiteral("%1 %2").arg(prefix).arg(i), out()));
+        for (const QueueJob& j : jobs)
+            Fixtures::writeFile(j.origin.candidate->book->tracks[0].url.toLocalFile(), "x");
+        return jobs;
+    };
+    const auto statusOnDisk = [this](const QUuid& id) {
+        for (const QueueJob& j : store->load().jobs)
+            if (j.id == id)
+                return j;
+        ADD_FAILURE() << "not in the file";
+        return QueueJob();
+    };
+
+    // Three jobs, four saves: the start of the first, then one per job that
+    // records its end and the start of the next. While the second builds,
+    // the file already holds the first job's end, its log and the second
+    // job's start.
+    {
+        const std::vector<QueueJob> jobs = makeJobs(QStringLiteral("Saved"));
+        store->save(jobs);
+        auto builder = std::make_shared<ScriptedBuilder>();
+        std::optional<QueueJob> firstDuringSecond;
+        std::optional<QueueJob> secondDuringSecond;
+        builder->steps = {ScriptedBuilder::succeed(),
+                          [&](const QueueBuildOrder& order, const CancellationToken& t, const BuildUseCase::Sinks& s) {
+                              firstDuringSecond = statusOnDisk(jobs[0].id);
+                              secondDuringSecond = statusOnDisk(jobs[1].id);
+                              return ScriptedBuilder::succeed()(order, t, s);
+                          },
+                          ScriptedBuilder::succeed()};
+        std::atomic<int> saves{0};
+        FaultInjection::Scope counting([&saves](const QString& point) {
+            if (point == u"queue.save.replaced")
+                ++saves;
+        });
+        QueueService service(store, builder, nullptr, fast());
+        ASSERT_EQ(service.start(), QueueService::StartResult::started);
+        waitIdle(service);
+        EXPECT_EQ(saves, 4);
+        EXPECT_EQ(service.lastRunSummary(), (QueueRunSummary{3, 0, 0, 0}));
+        ASSERT_TRUE(firstDuringSecond && secondDuringSecond);
+        EXPECT_EQ(firstDuringSecond->status, QueueJobStatus::completed);
+        ASSERT_EQ(firstDuringSecond->attempts.size(), 1u);
+        EXPECT_TRUE(firstDuringSecond->attempts[0].endedAt);
+        ASSERT_TRUE(firstDuringSecond->attempts[0].logPath);
+        EXPECT_TRUE(Fixtures::readFile(*firstDuringSecond->attempts[0].logPath).contains("success"));
+        EXPECT_EQ(secondDuringSecond->status, QueueJobStatus::interrupted); // running, as a restart would read it
+        EXPECT_EQ(secondDuringSecond->attempts.size(), 1u);
+    }
+
+    // A stop that arrives just after that save: the next job has not built
+    // anything, so it waits again as it was, without an attempt.
+    {
+        const std::vector<QueueJob> jobs = makeJobs(QStringLiteral("Stopped"));
+        store->save(jobs);
+        auto builder = std::make_shared<ScriptedBuilder>();
+        builder->steps = {ScriptedBuilder::succeed()};
+        QueueService service(store, builder, nullptr, fast());
+        service.subscribe([&](const QueueServiceEvent& e) {
+            if (e.kind == QueueServiceEvent::Kind::stateChanged && e.jobs.size() == 3 && e.jobs[0].status == QueueJobStatus::completed
+                && e.jobs[1].status == QueueJobStatus::running)
+                service.stopAfterCurrent();
+        });
+        ASSERT_EQ(service.start(), QueueService::StartResult::started);
+        waitIdle(service);
+        EXPECT_EQ(builder->calls, 1);
+        EXPECT_EQ(service.lastRunSummary(), (QueueRunSummary{1, 0, 0, 0}));
+        const QueueJob second = statusOnDisk(jobs[1].id);
+        EXPECT_EQ(second.status, QueueJobStatus::pending);
+        EXPECT_TRUE(second.attempts.empty());
+        EXPECT_EQ(service.jobs()[1].status, QueueJobStatus::pending);
+        EXPECT_FALSE(service.currentJobID());
+    }
+
+    // A cancel of the next job in that instant: it ends cancelled without a
+    // build, and the run goes on with the third.
+    {
+        const std::vector<QueueJob> jobs = makeJobs(QStringLiteral("Cancelled"));
+        store->save(jobs);
+        auto builder = std::make_shared<ScriptedBuilder>();
+        builder->steps = {ScriptedBuilder::succeed()};
+        QueueService service(store, builder, nullptr, fast());
+        std::atomic<bool> asked{false};
+        service.subscribe([&](const QueueServiceEvent& e) {
+            if (e.kind == QueueServiceEvent::Kind::stateChanged && e.jobs.size() == 3 && e.jobs[1].status == QueueJobStatus::running
+                && !asked.exchange(true)) {
+                EXPECT_EQ(service.cancel(jobs[1].id), QueueService::CancelResult::cancelling);
+            }
+        });
+        ASSERT_EQ(service.start(), QueueService::StartResult::started);
+        waitIdle(service);
+        EXPECT_EQ(builder->calls, 2);
+        EXPECT_EQ(service.lastRunSummary(), (QueueRunSummary{2, 0, 0, 1}));
+        const auto after = service.jobs();
+        EXPECT_EQ(after[1].status, QueueJobStatus::cancelled);
+        EXPECT_EQ(after[2].status, QueueJobStatus::completed);
+        EXPECT_EQ(statusOnDisk(jobs[1].id).status, QueueJobStatus::cancelled);
+    }
+}

@@ -185,6 +185,42 @@ TEST_F(QueueStoreTest, ACrashAtEachStepOfASaveLeavesTheOldOrTheNewFile)
     EXPECT_EQ(loaded.jobs[1].displayTitle, QStringLiteral("New 2"));
 }
 
+TEST_F(QueueStoreTest, ANewJobsFilesArriveTogetherOrNotAtAll)
+{
+    const QString folder = base();
+    const QUuid id = QUuid::createUuid();
+    const QString jobFolder = QueueStore(folder).jobFolder(id);
+    const auto write = [folder, id] {
+        QueueStore store(folder);
+        store.writeNewJobFiles(id, {{QStringLiteral("book.json"), "{\"tracks\":[]}"}, {QStringLiteral("cover.jpg"), "JPEG"}});
+    };
+
+    // Killed once both are on disk under their staging names: neither is in
+    // the job's folder; staging holds both until the queue is opened.
+    ASSERT_TRUE(test::killedAt(QStringLiteral("queue.jobFiles.staged"), write));
+    EXPECT_TRUE(entries(jobFolder).isEmpty()) << entries(jobFolder).join(u' ').toStdString();
+    EXPECT_EQ(entries(folder + QStringLiteral("/.staging")).size(), 2);
+    QueueStore(folder).clearStaging();
+
+    // Killed once they are in place: both, whole.
+    ASSERT_TRUE(test::killedAt(QStringLiteral("queue.jobFiles.replaced"), write));
+    EXPECT_EQ(Fixtures::readFile(jobFolder + QStringLiteral("/book.json")), QByteArray("{\"tracks\":[]}"));
+    EXPECT_EQ(Fixtures::readFile(jobFolder + QStringLiteral("/cover.jpg")), QByteArray("JPEG"));
+    EXPECT_TRUE(entries(folder + QStringLiteral("/.staging")).isEmpty());
+
+    // A folder that cannot take them: an error naming the job's folder, nothing left behind.
+    QueueStore store(folder);
+    const QUuid blocked = QUuid::createUuid();
+    ASSERT_TRUE(Fixtures::writeFile(store.jobFolder(blocked), "a file where the folder goes"));
+    try {
+        store.writeNewJobFiles(blocked, {{QStringLiteral("book.json"), "{}"}});
+        ADD_FAILURE() << "no error";
+    } catch (const QueueError& e) {
+        EXPECT_TRUE(e.description().contains(store.jobFolder(blocked))) << e.description().toStdString();
+    }
+    EXPECT_TRUE(entries(folder + QStringLiteral("/.staging")).isEmpty());
+}
+
 TEST_F(QueueStoreTest, LogsHideTheHomeFolderAndMissingJobFoldersAreNoError)
 {
     EXPECT_EQ(QueueStore::redactHome(QStringLiteral("open /Users/alice/Books/a.m4b and /Users/alicia/x"), QStringLiteral("alice"),
