@@ -12,7 +12,7 @@
 #include "BenchSupport.h"
 
 #include "core/book/BookStateDTO.h"
-#include "library/LibraryPersistence.h"
+#include "library/files/LibraryPersistence.h"
 #include "library/LibraryStore.h"
 
 #include <QCoreApplication>

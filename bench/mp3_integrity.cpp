@@ -25,7 +25,7 @@
 #include "container/mp3/MP3IntegrityService.h"
 #include "process/FFmpegWrapper.h"
 #include "process/ManualCancellationToken.h"
-#include "import/FileRepairService.h"
+#include "import/repair/FileRepairService.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

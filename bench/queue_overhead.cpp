@@ -23,9 +23,9 @@
 
 #include "build/BuildUseCase.h"
 #include "process/ManualCancellationToken.h"
-#include "queue/InProcessJobBuilder.h"
-#include "queue/QueueService.h"
-#include "queue/WorkerProcessJobBuilder.h"
+#include "queue/run/InProcessJobBuilder.h"
+#include "queue/run/QueueService.h"
+#include "queue/run/WorkerProcessJobBuilder.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

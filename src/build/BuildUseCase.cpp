@@ -14,7 +14,7 @@
 #include "export/engine/OutputLock.h"
 #include "process/FFmpegWrapper.h"
 #include "export/engine/UserFacingError.h"
-#include "import/FileRepairService.h"
+#include "import/repair/FileRepairService.h"
 #include "import/ImportCoordinator.h"
 #include "import/probe/LibavAudioInspector.h"
 #include "library/CoverFinder.h"

@@ -1,6 +1,6 @@
 #include "build/LibraryBookBuild.h"
 
-#include "library/LibraryPersistence.h"
+#include "library/files/LibraryPersistence.h"
 #include "library/LibraryStore.h"
 
 namespace folivox {

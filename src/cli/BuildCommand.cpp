@@ -8,7 +8,7 @@
 #include "cli/CancelOnSignal.h"
 #include "cli/Console.h"
 #include "cli/ProgressReporter.h"
-#include "library/LibraryLocation.h"
+#include "library/files/LibraryLocation.h"
 #include "platform/Log.h"
 #include "process/ManualCancellationToken.h"
 

@@ -7,7 +7,7 @@
 #include "container/mp3/MP3IntegrityService.h"
 #include "process/FFmpegWrapper.h"
 #include "process/ManualCancellationToken.h"
-#include "import/FileRepairService.h"
+#include "import/repair/FileRepairService.h"
 #include "import/TrackOrdering.h"
 #include "platform/Log.h"
 

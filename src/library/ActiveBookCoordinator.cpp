@@ -6,7 +6,7 @@
 #include "core/book/BookmarksUndoManager.h"
 #include "core/chapters/ChapterViewModel.h"
 #include "import/ImportCoordinator.h"
-#include "library/LibraryPersistence.h"
+#include "library/files/LibraryPersistence.h"
 #include "library/LibraryStore.h"
 #include "platform/Error.h"
 #include "platform/Log.h"

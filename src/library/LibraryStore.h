@@ -3,7 +3,7 @@
 #include "core/book/BookStateDTO.h"
 #include "library/BookBuildInputs.h"
 #include "library/LibraryBookSummary.h"
-#include "library/LibraryPersistence.h"
+#include "library/files/LibraryPersistence.h"
 #include "library/RemovedBook.h"
 
 #include <QList>

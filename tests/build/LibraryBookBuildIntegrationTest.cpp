@@ -1,6 +1,6 @@
 // `folivox build --book`: a library book is built from its saved state, and
 // the build is recorded on it, so the library can tell when it is due again.
-#include "library/LibraryPersistence.h"
+#include "library/files/LibraryPersistence.h"
 #include "library/LibraryStore.h"
 #include "support/CommandRunner.h"
 #include "support/Fixtures.h"

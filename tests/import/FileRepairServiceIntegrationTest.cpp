@@ -4,7 +4,7 @@
 #include "container/mp3/Mp3TestFiles.h"
 #include "process/FFmpegWrapper.h"
 #include "process/ManualCancellationToken.h"
-#include "import/FileRepairService.h"
+#include "import/repair/FileRepairService.h"
 #include "platform/Log.h"
 #include "support/Fixtures.h"
 

@@ -1,4 +1,4 @@
-#include "import/FileValidationReport.h"
+#include "import/repair/FileValidationReport.h"
 
 #include <QJsonArray>
 

@@ -5,7 +5,7 @@
 #include "LibraryTestSupport.h"
 #include "support/Fixtures.h"
 
-#include "library/LibraryPersistence.h"
+#include "library/files/LibraryPersistence.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

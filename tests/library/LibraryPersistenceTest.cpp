@@ -4,8 +4,8 @@
 #include "LibraryTestSupport.h"
 
 #include "core/json/JsonReader.h"
-#include "library/LibraryLockError.h"
-#include "library/LibraryPersistence.h"
+#include "library/files/LibraryLockError.h"
+#include "library/files/LibraryPersistence.h"
 #include "library/LibraryStore.h"
 #include "platform/Log.h"
 

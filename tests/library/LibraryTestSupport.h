@@ -7,7 +7,7 @@
 
 #include "container/io/FaultInjection.h"
 #include "core/book/BookStateDTO.h"
-#include "library/LibraryPersistence.h"
+#include "library/files/LibraryPersistence.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
 // How failed builds are sorted for the queue, and which progress reports it keeps.
-#include "queue/QueueFailureClassifier.h"
-#include "queue/QueueProgressThrottle.h"
+#include "queue/run/QueueFailureClassifier.h"
+#include "queue/run/QueueProgressThrottle.h"
 
 #include <QTemporaryDir>
 

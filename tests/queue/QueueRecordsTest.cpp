@@ -2,12 +2,12 @@
 #include "queue/QueueTestSupport.h"
 
 #include "core/json/JsonReader.h"
-#include "queue/JobAttempt.h"
-#include "queue/OutputOrganization.h"
-#include "queue/QueueFile.h"
-#include "queue/QueueHalt.h"
-#include "queue/QueueJob.h"
-#include "queue/QueueJobStatus.h"
+#include "queue/records/JobAttempt.h"
+#include "queue/records/OutputOrganization.h"
+#include "queue/store/QueueFile.h"
+#include "queue/records/QueueHalt.h"
+#include "queue/records/QueueJob.h"
+#include "queue/records/QueueJobStatus.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -5,11 +5,11 @@
 
 #include "build/BuildUseCase.h"
 #include "process/ManualCancellationToken.h"
-#include "queue/InProcessJobBuilder.h"
-#include "queue/QueueController.h"
-#include "queue/QueueError.h"
-#include "queue/QueueRunError.h"
-#include "queue/QueueService.h"
+#include "queue/run/InProcessJobBuilder.h"
+#include "queue/run/QueueController.h"
+#include "queue/records/QueueError.h"
+#include "queue/records/QueueRunError.h"
+#include "queue/run/QueueService.h"
 #include "support/Fixtures.h"
 
 #include <QCoreApplication>

@@ -4,8 +4,8 @@
 
 #include "core/json/JsonReader.h"
 #include "platform/AppPaths.h"
-#include "queue/QueueError.h"
-#include "queue/QueueStore.h"
+#include "queue/records/QueueError.h"
+#include "queue/store/QueueStore.h"
 #include "support/Fixtures.h"
 #include "support/ScriptedTool.h"
 

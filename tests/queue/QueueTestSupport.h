@@ -3,7 +3,7 @@
 #include "support/KillAtPoint.h"
 
 #include "container/io/FaultInjection.h"
-#include "queue/QueueJob.h"
+#include "queue/records/QueueJob.h"
 
 #include <QDateTime>
 #include <QUrl>

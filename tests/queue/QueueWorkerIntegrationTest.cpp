@@ -6,9 +6,9 @@
 
 #include "build/BuildUseCase.h"
 #include "process/ManualCancellationToken.h"
-#include "queue/QueueBuildOrder.h"
-#include "queue/QueueWorkerProtocol.h"
-#include "queue/WorkerProcessJobBuilder.h"
+#include "queue/records/QueueBuildOrder.h"
+#include "queue/run/QueueWorkerProtocol.h"
+#include "queue/run/WorkerProcessJobBuilder.h"
 #include "support/ChildProcessCheck.h"
 #include "support/CommandRunner.h"
 #include "support/Fixtures.h"

@@ -582,9 +582,17 @@ void DefaultExportService::drive(Job& job)
             return;
         case ExportFailureClassifier::Kind::outOfSpace: {
             // The strategies write only into the work folder until the book is
-            // put in place (whose own full-disk message names the destination).
-            const ExportError full = ExportError::outOfSpace(QDir::toNativeSeparators(QDir::tempPath()));
-            log(QStringLiteral("EXPORT ERROR (ExportError): out of space in the temporary folder ") + QDir::tempPath());
+            // put in place, so a full disk that names no folder is the
+            // temporary folder's; putting the book in place names its own.
+            ExportError full = ExportError::outOfSpaceInTemporaryFolder(QDir::toNativeSeparators(QDir::tempPath()));
+            try {
+                std::rethrow_exception(error);
+            } catch (const ExportError& e) {
+                if (!e.detail().isEmpty())
+                    full = e;
+            } catch (...) {
+            }
+            log(QStringLiteral("EXPORT ERROR (ExportError): out of space: ") + full.detail());
             log(QStringLiteral("Error description: ") + full.description());
             finishFailed(ExportResult::failure(full), QStringLiteral("========== EXPORT FAILED =========="));
             return;

@@ -72,9 +72,19 @@ ExportError ExportError::noSourceFiles()
     return {Kind::noSourceFiles, {}};
 }
 
-ExportError ExportError::outOfSpace(const QString& temporaryFolder)
+ExportError ExportError::outOfSpace()
 {
-    return {Kind::outOfSpace, temporaryFolder, {}, QStringLiteral("OutOfSpace")};
+    return {Kind::outOfSpace, {}, {}, QStringLiteral("OutOfSpace")};
+}
+
+ExportError ExportError::outOfSpaceInTemporaryFolder(const QString& folder)
+{
+    return {Kind::outOfSpace, folder, QStringLiteral("temporary"), QStringLiteral("OutOfSpace")};
+}
+
+ExportError ExportError::outOfSpaceAtDestination(const QString& folder)
+{
+    return {Kind::outOfSpace, folder, QStringLiteral("destination"), QStringLiteral("OutOfSpace")};
 }
 
 QString ExportError::caseName() const
@@ -127,6 +137,12 @@ QString ExportError::description() const
     case Kind::noSourceFiles:
         return L10n::text("export.error.no.source.files", "No source files found for export.");
     case Kind::outOfSpace:
+        if (second_ == QLatin1String("destination"))
+            return L10n::format(L10n::text("export.error.destination.full",
+                                           "The disk that holds “%@” ran out of space while Folivox put the finished "
+                                           "book there. Nothing there was changed. Free up space on that disk, then "
+                                           "start the build again."),
+                                {detail_});
         if (detail_.isEmpty())
             return L10n::text("export.error.outOfSpace",
                               "The disk ran out of space while building this audiobook.\n\n"

@@ -41,9 +41,13 @@ public:
     static ExportError ffmpegUnavailable();
     static ExportError securityCheckFailed();
     static ExportError noSourceFiles();
-    // A full disk, with its own message. With a folder: the disk of that
-    // (temporary) folder filled up, and the message says which and what to do.
-    static ExportError outOfSpace(const QString& temporaryFolder = {});
+    // A full disk, with its own message: where is not known yet (an encode
+    // writing its work files), ...
+    static ExportError outOfSpace();
+    // ... the disk of the temporary folder, or of the destination folder,
+    // each message saying which folder and what to do.
+    static ExportError outOfSpaceInTemporaryFolder(const QString& folder);
+    static ExportError outOfSpaceAtDestination(const QString& folder);
 
     Kind kind() const { return kind_; }
     // The payload: details, message, folder name or wrapped description.

@@ -72,13 +72,9 @@ void syncFolderOf(const QString& target)
 
 [[noreturn]] void throwDestinationFull(const QString& target)
 {
-    // An out-of-space error by its type, so that callers (the queue's halt)
+    // An out-of-space error by its kind, so that callers (the queue's halt)
     // recognise it without reading the text.
-    throw ExportError::underlying(L10n::format(
-        L10n::text("export.error.destination.full",
-                   "The disk that holds “%@” ran out of space while Folivox put the finished book there. Nothing "
-                   "there was changed. Free up space on that disk, then start the build again."),
-        {QFileInfo(target).absolutePath()}), QStringLiteral("OutOfSpace"));
+    throw ExportError::outOfSpaceAtDestination(QFileInfo(target).absolutePath());
 }
 
 // The permission bits the new file takes: those of the file it replaces

@@ -3,7 +3,7 @@
 #include "process/FFmpegWrapper.h"
 #include "import/probe/AudioStreamProbe.h"
 #include "import/probe/FFprobeInspector.h"
-#include "import/FileRepairService.h"
+#include "import/repair/FileRepairService.h"
 #include "import/probe/InspectionError.h"
 #include "import/probe/LibavAudioInspector.h"
 #include "import/ProgressWatchdog.h"

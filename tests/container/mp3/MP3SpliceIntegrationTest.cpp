@@ -197,8 +197,8 @@ TEST_F(MP3SpliceIntegrationTest, ARepackedStretchDecodesAsEncodedAndHandsOnTheRe
     for (std::size_t i = 0; i < frames_.size(); ++i) {
         const auto& f = outFrames[i];
         const QByteArray bytes(reinterpret_cast<const char*>(f.data), qsizetype(f.length));
-        const auto& expected = i >= at && i < at + count ? stretch[i - at] : frames_[i];
-        EXPECT_EQ(bytes, QByteArray(reinterpret_cast<const char*>(expected.data), qsizetype(expected.length))) << i;
+        const auto& wanted = i >= at && i < at + count ? stretch[i - at] : frames_[i];
+        EXPECT_EQ(bytes, QByteArray(reinterpret_cast<const char*>(wanted.data), qsizetype(wanted.length))) << i;
     }
     ASSERT_TRUE(outScan->infoFrame);
     EXPECT_EQ(outScan->infoFrame->kind, MP3InfoFrame::Kind::info);

@@ -25,7 +25,8 @@ TEST(ExportFailureClassifierTest, TheKindComesFromTheErrorsTypeAndCaseNotFromIts
     EXPECT_EQ(kindOf(ExportError::cancelled()), Kind::cancelled);
     EXPECT_EQ(kindOf(FFmpegEncoderError::cancelled()), Kind::cancelled);
     EXPECT_EQ(kindOf(ExportError::outOfSpace()), Kind::outOfSpace);
-    EXPECT_EQ(kindOf(ExportError::outOfSpace(QStringLiteral("/tmp"))), Kind::outOfSpace);
+    EXPECT_EQ(kindOf(ExportError::outOfSpaceInTemporaryFolder(QStringLiteral("/tmp"))), Kind::outOfSpace);
+    EXPECT_EQ(kindOf(ExportError::outOfSpaceAtDestination(QStringLiteral("/media/books"))), Kind::outOfSpace);
     EXPECT_EQ(kindOf(ExportError::corruptedSourceRequiresTranscode(QStringLiteral("timescale"))), Kind::corruptedSource);
     EXPECT_EQ(kindOf(ExportError::failedToWrite()), Kind::other);
     EXPECT_EQ(kindOf(FFmpegEncoderError::executionFailed(QStringLiteral("exit 1"))), Kind::other);
