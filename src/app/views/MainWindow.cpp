@@ -2,6 +2,8 @@
 
 #include "app/book/OpenBook.h"
 #include "app/book/WorkingStateStore.h"
+#include "app/library/LibraryController.h"
+#include "app/library/LibraryView.h"
 #include "app/models/ChapterTableModel.h"
 #include "app/playback/BookPlayer.h"
 #include "app/views/AppIcon.h"
@@ -20,11 +22,14 @@
 #include "build/BuildOutputPlanner.h"
 #include "export/EncoderCatalog.h"
 #include "import/ImportCoordinator.h"
+#include "library/BookBuildInputs.h"
+#include "library/LibraryLocation.h"
 #include "platform/Error.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 
 #include <QAction>
+#include <QActionGroup>
 #include <QCloseEvent>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -88,6 +93,7 @@ QWidget* emptyPage(QWidget* parent, const std::function<void()>& open)
 MainWindow::MainWindow(QWidget* parent)
     : QMainWindow(parent)
     , book_(std::make_unique<OpenBook>())
+    , library_(new LibraryController(*book_, LibraryLocation::root(), this))
     , runner_(new BuildRunner(this))
     , player_(new BookPlayer(this))
     , workingState_(std::make_unique<WorkingStateStore>())
@@ -131,13 +137,17 @@ MainWindow::MainWindow(QWidget* parent)
     pages_ = new QStackedWidget(this);
     pages_->addWidget(emptyPage(this, [this] { chooseFilesToOpen(false); }));
     pages_->addWidget(bookPage);
-    auto* central = new QWidget(this);
-    auto* centralLayout = new QVBoxLayout(central);
-    centralLayout->setContentsMargins(0, 0, 0, 0);
-    centralLayout->setSpacing(0);
-    centralLayout->addWidget(pages_, 1);
-    centralLayout->addWidget(buildBar_);
-    setCentralWidget(central);
+    auto* bookArea = new QWidget(this);
+    auto* bookAreaLayout = new QVBoxLayout(bookArea);
+    bookAreaLayout->setContentsMargins(0, 0, 0, 0);
+    bookAreaLayout->setSpacing(0);
+    bookAreaLayout->addWidget(pages_, 1);
+    bookAreaLayout->addWidget(buildBar_);
+    libraryView_ = new LibraryView(*library_, this);
+    views_ = new QStackedWidget(this);
+    views_->addWidget(bookArea);
+    views_->addWidget(libraryView_);
+    setCentralWidget(views_);
 
     importLabel_ = new QLabel(this);
     importProgress_ = Ui::named(new QProgressBar(this), "app.import.progress.name", "Import progress");
@@ -202,6 +212,11 @@ MainWindow::MainWindow(QWidget* parent)
     connect(export_, &ExportPanel::problem, this,
             [this](const QString& text) { showAlert(L10n::text("app.export.problem.title", "Preset not saved"), text); });
 
+    // The library.
+    connect(libraryView_, &LibraryView::openRequested, this, &MainWindow::openLibraryBook);
+    connect(library_, &LibraryController::openBookChanged, this, &MainWindow::refreshState);
+    connect(book_.get(), &OpenBook::lastBuildChanged, this, &MainWindow::refreshState);
+
     // Building.
     connect(buildBar_, &BuildBar::buildRequested, this, &MainWindow::startBuild);
     connect(buildBar_, &BuildBar::cancelRequested, this, &MainWindow::cancelBuild);
@@ -210,6 +225,7 @@ MainWindow::MainWindow(QWidget* parent)
         buildBar_->showIdle(L10n::format(L10n::text("app.build.done", "Built %@"), {QFileInfo(r.outcome.outputPath).fileName()}));
         result_->showResult(r);
         tabs_->setCurrentIndex(resultTab);
+        recordBuild(r);
         refreshState();
         Q_EMIT buildEnded();
     });
@@ -218,10 +234,12 @@ MainWindow::MainWindow(QWidget* parent)
         result_->showFailure(f.message, f.logFile);
         tabs_->setCurrentIndex(resultTab);
         showAlert(L10n::text("app.build.failed.title", "The book could not be built"), f.message);
+        buildToken_.reset();
         refreshState();
         Q_EMIT buildEnded();
     });
     connect(runner_, &BuildRunner::cancelled, this, [this] {
+        buildToken_.reset();
         buildBar_->showIdle(L10n::text("app.build.cancelled", "Build cancelled; nothing was written."));
         refreshState();
         Q_EMIT buildEnded();
@@ -245,6 +263,10 @@ MainWindow::~MainWindow()
         encoderProbe_.join();
     runner_->cancel();
     book_->cancelImport();
+    // The library writes the open book as it closes: it goes before the
+    // book it reads from (the child widgets would go after).
+    delete libraryView_;
+    delete library_;
 }
 
 void MainWindow::buildMenus()
@@ -258,6 +280,13 @@ void MainWindow::buildMenus()
     auto* newBook = file->addAction(L10n::text("app.action.new", "&New Book"), this, &MainWindow::newBook);
     newBook->setShortcut(QKeySequence::New);
     file->addAction(L10n::text("app.action.chapterFile", "Apply &Chapter File…"), this, &MainWindow::chooseChapterFile);
+    file->addSeparator();
+    auto* addFolders = file->addAction(L10n::text("app.action.addToLibrary", "&Add Folders to Library…"), this, [this] {
+        showView(View::library);
+        libraryView_->chooseFoldersToAdd();
+    });
+    keepInLibrary_ = file->addAction(L10n::text("app.action.keepInLibrary", "&Keep Book in Library"), this,
+                                     &MainWindow::keepOpenBookInLibrary);
     file->addSeparator();
     auto* settings = file->addAction(L10n::text("app.action.settings", "&Settings…"), this, &MainWindow::showSettings);
     settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
@@ -274,6 +303,18 @@ void MainWindow::buildMenus()
     batchRename_ = edit->addAction(L10n::text("app.action.batchRename", "&Batch Rename Chapters…"), this,
                                    &MainWindow::showBatchRename);
     batchRename_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_R));
+
+    auto* view = menuBar()->addMenu(L10n::text("app.menu.view", "&View"));
+    viewActions_ = new QActionGroup(this);
+    showLibrary_ = view->addAction(L10n::text("app.action.showLibrary", "&Library"), this, [this] { showView(View::library); });
+    showLibrary_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_1));
+    showBook_ = view->addAction(L10n::text("app.action.showBook", "&Book"), this, [this] { showView(View::book); });
+    showBook_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_2));
+    for (QAction* a : {showLibrary_, showBook_}) {
+        a->setCheckable(true);
+        viewActions_->addAction(a);
+    }
+    showBook_->setChecked(true);
 
     auto* buildMenu = menuBar()->addMenu(L10n::text("app.menu.build", "&Build"));
     build_ = buildMenu->addAction(L10n::text("app.action.build", "&Build Audiobook"), this, &MainWindow::startBuild);
@@ -296,8 +337,12 @@ void MainWindow::buildMenus()
     bar->setObjectName(QStringLiteral("mainToolBar"));
     bar->setMovable(false);
     bar->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    bar->addAction(showLibrary_);
+    bar->addAction(showBook_);
+    bar->addSeparator();
     for (QAction* a : {open, newBook})
         bar->addAction(a);
+    Q_UNUSED(addFolders);
     bar->addSeparator();
     bar->addAction(undo_);
     bar->addAction(redo_);
@@ -317,6 +362,7 @@ void MainWindow::refreshState()
                                     : L10n::text("app.action.undo", "&Undo"));
     redo_->setEnabled(book_->canRedo());
     batchRename_->setEnabled(hasBook && !book_->chapters().empty());
+    keepInLibrary_->setEnabled(library_->isAvailable() && hasBook && !book_->isImporting() && !library_->openBookID());
     const bool canBuild = hasBook && !book_->isImporting() && !book_->chapters().empty() && !runner_->isRunning();
     build_->setEnabled(canBuild);
     cancel_->setEnabled(runner_->isRunning());
@@ -410,7 +456,16 @@ void MainWindow::dropEvent(QDropEvent* event)
 
 void MainWindow::newBook()
 {
-    book_->newBook();
+    if (library_->openBookID()) {
+        if (!library_->closeOpenBook(BookSession::TearDownReason::newBook())) {
+            const auto op = library_->coordinator()->exclusiveOperation();
+            showAlert(L10n::text("app.library.close.busy.title", "The book can't be closed now"),
+                      op ? LibraryController::operationText(*op) : QString());
+            return;
+        }
+    } else {
+        book_->newBook();
+    }
     export_->choosePreset(preferences_.defaultPreset);
     buildBar_->showIdle(QString());
     importLabel_->clear();
@@ -520,8 +575,13 @@ void MainWindow::runBuild(bool replaceExisting)
     request.output = export_->outputPath();
     request.parallelJobs = preferences_.parallelJobs;
     request.replaceExisting = replaceExisting;
+    if (library_->openBookID())
+        library_->saveOpenBook();
+    const auto token = library_->coordinator() ? library_->coordinator()->buildStartToken() : std::nullopt;
     if (!runner_->start(request))
         return;
+    buildToken_ = token;
+    buildSettings_ = request.settings;
     buildBar_->showRunning(runner_->phase(), 0);
     refreshState();
 }
@@ -540,6 +600,12 @@ void MainWindow::cancelBuild()
 void MainWindow::restoreWorkingState()
 {
     const WorkingStateStore::Loaded loaded = workingState_->load();
+    if (loaded.state && library_->summary(loaded.state->id)) {
+        // A library book: the library's record is the book.
+        const ActiveBookCoordinator::SwitchResult r = switchToLibraryBook(loaded.state->id);
+        if (r.kind == ActiveBookCoordinator::SwitchResult::Kind::switched)
+            return;
+    }
     if (loaded.state) {
         book_->restore(*loaded.state);
         refreshState();
@@ -575,8 +641,135 @@ void MainWindow::closeEvent(QCloseEvent* event)
     }
     book_->cancelImport();
     player_->stop();
+    library_->saveOpenBook();
     saveWorkingState();
     event->accept();
+}
+
+// ---- Library ----------------------------------------------------------------
+
+void MainWindow::showView(View view)
+{
+    switch (view) {
+    case View::book:
+        views_->setCurrentIndex(0);
+        showBook_->setChecked(true);
+        break;
+    case View::library:
+        views_->setCurrentIndex(1);
+        showLibrary_->setChecked(true);
+        break;
+    case View::queue:
+        break;
+    }
+}
+
+MainWindow::View MainWindow::currentView() const
+{
+    return views_->currentWidget() == libraryView_ ? View::library : View::book;
+}
+
+void MainWindow::openLibraryBook(const QUuid& id)
+{
+    const bool looseBook = !book_->isEmpty() && !library_->openBookID();
+    if (!looseBook || id == book_->id()) {
+        switchToLibraryBook(id);
+        return;
+    }
+    // The open book is not in the library: keep it there, or let it go.
+    auto* box = new QMessageBox(QMessageBox::Question, L10n::text("app.library.switch.title", "Keep the open book?"),
+                                L10n::format(L10n::text("app.library.switch.message",
+                                                        "“%@” was opened from files and is not in the library. Keep it in "
+                                                        "the library before opening another book?"),
+                                             {book_->metadata().title}),
+                                QMessageBox::NoButton, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    auto* keep = box->addButton(L10n::text("app.library.switch.keep", "Keep and Open"), QMessageBox::AcceptRole);
+    auto* discard = box->addButton(L10n::text("app.library.switch.discard", "Close It and Open"), QMessageBox::DestructiveRole);
+    auto* cancel = box->addButton(L10n::text("app.library.switch.cancel", "Cancel"), QMessageBox::RejectRole);
+    keep->setAccessibleName(L10n::text("app.library.switch.keep.name", "Keep the open book in the library, then open the other"));
+    discard->setAccessibleName(L10n::text("app.library.switch.discard.name", "Close the open book without keeping it"));
+    box->setDefaultButton(keep);
+    box->setEscapeButton(cancel);
+    box->setWindowModality(Qt::WindowModal);
+    connect(box, &QMessageBox::buttonClicked, this, [this, id, keep, discard](QAbstractButton* b) {
+        if (b == keep) {
+            const QString error = library_->keepOpenBook();
+            if (!error.isEmpty()) {
+                showAlert(L10n::text("app.library.keep.failed.title", "The book could not be kept in the library"), error);
+                return;
+            }
+            switchToLibraryBook(id);
+        } else if (b == discard) {
+            switchToLibraryBook(id);
+        }
+    });
+    alerts_.removeAll(nullptr);
+    alerts_ << box;
+    box->open();
+}
+
+ActiveBookCoordinator::SwitchResult MainWindow::switchToLibraryBook(const QUuid& id)
+{
+    using Kind = ActiveBookCoordinator::SwitchResult::Kind;
+    const std::optional<LibraryBookSummary> summary = library_->summary(id);
+    const QString title = summary && !summary->title.isEmpty() ? summary->title : L10n::text("app.library.untitled", "Untitled");
+    if (runner_->isRunning()) {
+        const QString text = L10n::format(L10n::text("app.library.switch.building",
+                                                     "“%@” can't be opened while the open book is being built. Wait "
+                                                     "for the build, or cancel it."),
+                                          {title});
+        libraryView_->showMessage(text);
+        statusBar()->showMessage(text, 8000);
+        return ActiveBookCoordinator::SwitchResult::busy(ActiveBookCoordinator::ExclusiveOperation::adoptingBuild);
+    }
+    const ActiveBookCoordinator::SwitchResult r = library_->open(id);
+    switch (r.kind) {
+    case Kind::busy: {
+        const QString text = L10n::format(L10n::text("app.library.switch.busy", "“%@” can't be opened now. %@ Try again when it has finished."),
+                                          {title, LibraryController::operationText(*r.operation)});
+        libraryView_->showMessage(text);
+        statusBar()->showMessage(text, 8000);
+        break;
+    }
+    case Kind::loadFailed:
+        libraryView_->showMessage(QString());
+        showAlert(L10n::text("app.library.switch.failed.title", "The book could not be opened"),
+                  L10n::format(L10n::text("app.library.switch.failed", "“%@” could not be read from the library: %@"),
+                               {title, r.detail}));
+        break;
+    case Kind::switched:
+    case Kind::alreadyActive:
+        libraryView_->showMessage(QString());
+        buildBar_->showIdle(QString());
+        importLabel_->clear();
+        showView(View::book);
+        break;
+    }
+    refreshState();
+    return r;
+}
+
+void MainWindow::keepOpenBookInLibrary()
+{
+    const QString error = library_->keepOpenBook();
+    if (!error.isEmpty())
+        showAlert(L10n::text("app.library.keep.failed.title", "The book could not be kept in the library"), error);
+    refreshState();
+}
+
+void MainWindow::recordBuild(const BuildResult& result)
+{
+    const QStringList files = result.outcome.outputFiles.isEmpty() ? QStringList{result.outcome.outputPath}
+                                                                   : result.outcome.outputFiles;
+    if (buildToken_ && library_->summary(buildToken_->bookID)) {
+        library_->recordBuild(buildToken_->bookID, buildToken_->revision, buildSettings_, files);
+    } else {
+        BookBuildInputs inputs = BookBuildInputs::from(book_->state());
+        inputs.settings = buildSettings_;
+        book_->setLastBuild(inputs.record(files));
+    }
+    buildToken_.reset();
 }
 
 } // namespace folivox

@@ -2,6 +2,7 @@
 
 #include "app/build/BuildRunner.h"
 #include "app/settings/AppPreferences.h"
+#include "library/ActiveBookCoordinator.h"
 
 #include <QMainWindow>
 #include <QPointer>
@@ -10,6 +11,7 @@
 #include <thread>
 
 class QAction;
+class QActionGroup;
 class QLabel;
 class QMessageBox;
 class QProgressBar;
@@ -24,6 +26,8 @@ class BuildBar;
 class ChaptersPanel;
 class DetailsPanel;
 class ExportPanel;
+class LibraryController;
+class LibraryView;
 class OpenBook;
 class PlayerBar;
 class ResultPanel;
@@ -56,7 +60,22 @@ public:
     void showBuildLog();
     void applyPreferences(const AppPreferences& preferences);
 
+    // The three views of the window.
+    enum class View { book, library, queue };
+    void showView(View view);
+    View currentView() const;
+    // Opens a library book: a book opened from files is kept in the library
+    // first, or closed, as the user chooses. A switch that can't happen
+    // (busy, a record that can't be read) is shown, never passed over.
+    void openLibraryBook(const QUuid& id);
+    // The switch itself, without asking; what it gave.
+    ActiveBookCoordinator::SwitchResult switchToLibraryBook(const QUuid& id);
+    // Puts the book opened from files into the library.
+    void keepOpenBookInLibrary();
+
     OpenBook& book() { return *book_; }
+    LibraryController& library() { return *library_; }
+    LibraryView* libraryView() const { return libraryView_; }
     BookPlayer& player() { return *player_; }
     BuildRunner& runner() { return *runner_; }
     TracksPanel* tracksPanel() const { return tracks_; }
@@ -90,8 +109,18 @@ private:
     void chooseFilesToOpen(bool folder);
     void chooseChapterFile();
     void refreshState();
+    void recordBuild(const BuildResult& result);
 
     std::unique_ptr<OpenBook> book_;
+    LibraryController* library_;
+    LibraryView* libraryView_;
+    QStackedWidget* views_;
+    QActionGroup* viewActions_;
+    QAction* showBook_;
+    QAction* showLibrary_;
+    QAction* keepInLibrary_;
+    std::optional<ActiveBookCoordinator::BuildStartToken> buildToken_;
+    ExportSettings buildSettings_; // of the running build, as the book had them
     BuildRunner* runner_;
     BookPlayer* player_;
     std::unique_ptr<WorkingStateStore> workingState_;

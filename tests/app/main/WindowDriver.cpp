@@ -84,4 +84,20 @@ bool WindowDriver::makePng(const QString& path, int width, int height)
     return image.save(path, "PNG");
 }
 
+bool WindowDriver::makeBookFolder(const QString& folder, int tracks, double seconds, bool withCover)
+{
+    QStringList names;
+    for (int i = 1; i <= tracks; ++i)
+        names << QStringLiteral("%1 Part %2.mp3").arg(i, 2, 10, QChar(u'0')).arg(i);
+    if (!makeMp3s(folder, names, seconds))
+        return false;
+    return !withCover || makePng(QDir(folder).filePath(QStringLiteral("cover.png")), 600, 600);
+}
+
+PrivateHome::PrivateHome()
+    : dir_(QDir::tempPath() + QStringLiteral("/folivox-app-home-XXXXXX"))
+    , home_("FOLIVOX_HOME", dir_.path())
+{
+}
+
 } // namespace folivox::test
