@@ -13,6 +13,7 @@
 #include "app/views/MainWindow.h"
 #include "library/LibraryPersistence.h"
 #include "library/LibraryStore.h"
+#include "main/LibraryShelf.h"
 #include "main/WindowDriver.h"
 
 #include <QComboBox>
@@ -33,7 +34,7 @@
 #include <gtest/gtest.h>
 
 using namespace folivox;
-using folivox::test::PrivateHome;
+using folivox::test::Shelf;
 using folivox::test::WindowDriver;
 using Op = ActiveBookCoordinator::ExclusiveOperation;
 
@@ -54,58 +55,6 @@ QStringList shownTitles(const LibraryView& view)
         out << view.filter()->index(r, 0).data().toString();
     return out;
 }
-
-// A window over a private library into which a shelf of three books is
-// added through the library view: Dune (3 tracks, cover), Emma (1 track,
-// cover), Ulysses (2 tracks, no cover).
-struct Shelf {
-    PrivateHome home;
-    QTemporaryDir dir;
-    MainWindow window;
-    bool ok = false;
-
-    QUuid id(const QString& title)
-    {
-        for (const LibraryBookSummary& s : window.library().summaries())
-            if (s.title == title)
-                return s.id;
-        return {};
-    }
-
-    QModelIndex shown(const QString& title)
-    {
-        LibraryView* v = window.libraryView();
-        return v->filter()->mapFromSource(v->model()->indexOf(id(title)));
-    }
-
-    // Selects the book's card and presses Return, as a user opens a book
-    // from the keyboard.
-    void activate(const QString& title)
-    {
-        QListView* grid = window.libraryView()->gridView();
-        window.libraryView()->selectBooks({id(title)});
-        grid->setFocus();
-        QTest::keyClick(grid, Qt::Key_Return);
-    }
-
-    Shelf()
-    {
-        const QString shelf = dir.filePath(QStringLiteral("shelf"));
-        if (!WindowDriver::makeBookFolder(shelf + QStringLiteral("/Dune"), 3, 1.0, true)
-            || !WindowDriver::makeBookFolder(shelf + QStringLiteral("/Emma"), 1, 1.0, true)
-            || !WindowDriver::makeBookFolder(shelf + QStringLiteral("/Ulysses"), 2, 1.0, false))
-            return;
-        window.resize(1280, 820);
-        window.show();
-        window.showView(MainWindow::View::library);
-        // Folders dropped on the library are added to it.
-        if (!WindowDriver::drop(window.libraryView(), {shelf}))
-            return;
-        ok = WindowDriver::waitUntil([&] {
-            return window.libraryView()->addDialog() && window.libraryView()->addDialog()->isFinished();
-        }, 120000);
-    }
-};
 
 } // namespace
 
@@ -169,7 +118,7 @@ TEST(LibraryWindow, ARemovedBookGoesToTheTrashAndUndoPutsItBackInItsPlace)
 {
     Shelf s;
     ASSERT_TRUE(s.ok);
-    s.window.libraryView()->addDialog()->closeButton()->click();
+    s.closeAddDialog();
     LibraryView* view = s.window.libraryView();
     const std::vector<LibraryBookSummary> before = s.window.library().summaries();
     ASSERT_EQ(before.size(), 3u);
@@ -201,7 +150,7 @@ TEST(LibraryWindow, OpeningABookSwitchesAndABusyOrFailedSwitchIsShown)
 {
     Shelf s;
     ASSERT_TRUE(s.ok);
-    s.window.libraryView()->addDialog()->closeButton()->click();
+    s.closeAddDialog();
     const QUuid dune = s.id("Dune"), emma = s.id("Emma"), ulysses = s.id("Ulysses");
 
     s.activate("Dune");

@@ -32,27 +32,6 @@
 
 namespace folivox {
 
-namespace {
-
-QWidget* banner(QWidget* parent, const QColor& color, QLabel*& label)
-{
-    auto* bar = new QFrame(parent);
-    bar->setAutoFillBackground(true);
-    QPalette pal = bar->palette();
-    pal.setColor(QPalette::Window, color);
-    bar->setPalette(pal);
-    bar->setFrameShape(QFrame::StyledPanel);
-    auto* row = new QHBoxLayout(bar);
-    row->setContentsMargins(10, 6, 10, 6);
-    label = new QLabel(bar);
-    label->setWordWrap(true);
-    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    row->addWidget(label, 1);
-    return bar;
-}
-
-} // namespace
-
 LibraryView::LibraryView(LibraryController& library, QWidget* parent)
     : QWidget(parent)
     , library_(library)
@@ -153,7 +132,7 @@ LibraryView::LibraryView(LibraryController& library, QWidget* parent)
     stack_->addWidget(grid_);
     stack_->addWidget(list_);
 
-    messageBar_ = banner(this, QColor(255, 236, 200), messageLabel_);
+    messageBar_ = Ui::banner(this, QColor(255, 236, 200), messageLabel_);
     Ui::setAccessibleName(messageLabel_, "app.library.message.name", "Library message");
     auto* dismiss = Ui::named(new QPushButton(L10n::text("app.library.message.dismiss", "Dismiss"), messageBar_),
                               "app.library.message.dismiss.name", "Dismiss the message");
@@ -161,7 +140,7 @@ LibraryView::LibraryView(LibraryController& library, QWidget* parent)
     connect(dismiss, &QPushButton::clicked, this, [this] { showMessage(QString()); });
     messageBar_->hide();
 
-    undoBar_ = banner(this, QColor(225, 235, 250), undoLabel_);
+    undoBar_ = Ui::banner(this, QColor(225, 235, 250), undoLabel_);
     undo_ = Ui::named(new QPushButton(L10n::text("app.library.undo", "Undo"), undoBar_), "app.library.undo.name",
                       "Put the removed books back");
     undoBar_->layout()->addWidget(undo_);

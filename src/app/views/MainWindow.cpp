@@ -4,6 +4,8 @@
 #include "app/book/WorkingStateStore.h"
 #include "app/library/LibraryController.h"
 #include "app/library/LibraryView.h"
+#include "app/queue/QueueView.h"
+#include "app/queue/QueueWorkspace.h"
 #include "app/models/ChapterTableModel.h"
 #include "app/playback/BookPlayer.h"
 #include "app/views/AppIcon.h"
@@ -27,6 +29,7 @@
 #include "platform/Error.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
+#include "queue/QueueController.h"
 
 #include <QAction>
 #include <QActionGroup>
@@ -94,6 +97,7 @@ MainWindow::MainWindow(QWidget* parent)
     : QMainWindow(parent)
     , book_(std::make_unique<OpenBook>())
     , library_(new LibraryController(*book_, LibraryLocation::root(), this))
+    , queue_(nullptr)
     , runner_(new BuildRunner(this))
     , player_(new BookPlayer(this))
     , workingState_(std::make_unique<WorkingStateStore>())
@@ -103,6 +107,7 @@ MainWindow::MainWindow(QWidget* parent)
     setAcceptDrops(true);
     resize(1280, 820);
     preferences_.applyToolsFolder();
+    queue_ = new QueueWorkspace(*library_, preferences_.parallelJobs, this);
 
     tracks_ = new TracksPanel(*book_, this);
     chapters_ = new ChaptersPanel(*book_, this);
@@ -144,9 +149,12 @@ MainWindow::MainWindow(QWidget* parent)
     bookAreaLayout->addWidget(pages_, 1);
     bookAreaLayout->addWidget(buildBar_);
     libraryView_ = new LibraryView(*library_, this);
+    libraryView_->setQueue(queue_->controller());
+    queueView_ = new QueueView(*queue_, this);
     views_ = new QStackedWidget(this);
     views_->addWidget(bookArea);
     views_->addWidget(libraryView_);
+    views_->addWidget(queueView_);
     setCentralWidget(views_);
 
     importLabel_ = new QLabel(this);
@@ -214,6 +222,15 @@ MainWindow::MainWindow(QWidget* parent)
 
     // The library.
     connect(libraryView_, &LibraryView::openRequested, this, &MainWindow::openLibraryBook);
+    connect(libraryView_, &LibraryView::addToQueueRequested, this, &MainWindow::addBooksToQueue);
+    if (QueueController* queue = queue_->controller()) {
+        connect(queue, &QueueController::changed, this, &MainWindow::refreshQueueAction);
+        connect(queue, &QueueController::halted, this, [this](const QString& message) {
+            statusBar()->showMessage(message, 15000);
+        });
+        library_->coordinator()->isSingleExportActive = [this] { return runner_->isRunning(); };
+    }
+    connect(buildBar_, &BuildBar::addToQueueRequested, this, &MainWindow::addOpenBookToQueue);
     connect(library_, &LibraryController::openBookChanged, this, &MainWindow::refreshState);
     connect(book_.get(), &OpenBook::lastBuildChanged, this, &MainWindow::refreshState);
 
@@ -221,6 +238,17 @@ MainWindow::MainWindow(QWidget* parent)
     connect(buildBar_, &BuildBar::buildRequested, this, &MainWindow::startBuild);
     connect(buildBar_, &BuildBar::cancelRequested, this, &MainWindow::cancelBuild);
     connect(runner_, &BuildRunner::progressed, buildBar_, &BuildBar::showRunning);
+    connect(runner_, &BuildRunner::progressed, this, [this](const QString&, double fraction) {
+        if (QueueController* queue = queue_->controller())
+            queue->setSingleExport(true, fraction);
+    });
+    const auto singleExportEnded = [this] {
+        if (QueueController* queue = queue_->controller())
+            queue->setSingleExport(false);
+    };
+    connect(runner_, &BuildRunner::finished, this, singleExportEnded);
+    connect(runner_, &BuildRunner::failed, this, singleExportEnded);
+    connect(runner_, &BuildRunner::cancelled, this, singleExportEnded);
     connect(runner_, &BuildRunner::finished, this, [this](const BuildResult& r) {
         buildBar_->showIdle(L10n::format(L10n::text("app.build.done", "Built %@"), {QFileInfo(r.outcome.outputPath).fileName()}));
         result_->showResult(r);
@@ -263,8 +291,11 @@ MainWindow::~MainWindow()
         encoderProbe_.join();
     runner_->cancel();
     book_->cancelImport();
-    // The library writes the open book as it closes: it goes before the
-    // book it reads from (the child widgets would go after).
+    // The queue stops its run, and the library writes the open book as it
+    // closes: both go before the book they read from (child objects would
+    // go after).
+    delete queueView_;
+    delete queue_;
     delete libraryView_;
     delete library_;
 }
@@ -310,7 +341,9 @@ void MainWindow::buildMenus()
     showLibrary_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_1));
     showBook_ = view->addAction(L10n::text("app.action.showBook", "&Book"), this, [this] { showView(View::book); });
     showBook_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_2));
-    for (QAction* a : {showLibrary_, showBook_}) {
+    showQueue_ = view->addAction(L10n::text("app.action.showQueue", "&Queue"), this, [this] { showView(View::queue); });
+    showQueue_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_3));
+    for (QAction* a : {showLibrary_, showBook_, showQueue_}) {
         a->setCheckable(true);
         viewActions_->addAction(a);
     }
@@ -321,6 +354,8 @@ void MainWindow::buildMenus()
     build_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_B));
     cancel_ = buildMenu->addAction(L10n::text("app.action.cancelBuild", "&Cancel Build"), this, &MainWindow::cancelBuild);
     cancel_->setShortcut(QKeySequence(Qt::Key_Escape));
+    addToQueue_ = buildMenu->addAction(L10n::text("app.action.addToQueue", "Add to &Queue"), this, &MainWindow::addOpenBookToQueue);
+    addToQueue_->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_B));
     auto* log = buildMenu->addAction(L10n::text("app.action.showLog", "Show Build &Log"), this, &MainWindow::showBuildLog);
     log->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
 
@@ -339,6 +374,7 @@ void MainWindow::buildMenus()
     bar->setToolButtonStyle(Qt::ToolButtonTextOnly);
     bar->addAction(showLibrary_);
     bar->addAction(showBook_);
+    bar->addAction(showQueue_);
     bar->addSeparator();
     for (QAction* a : {open, newBook})
         bar->addAction(a);
@@ -365,6 +401,9 @@ void MainWindow::refreshState()
     keepInLibrary_->setEnabled(library_->isAvailable() && hasBook && !book_->isImporting() && !library_->openBookID());
     const bool canBuild = hasBook && !book_->isImporting() && !book_->chapters().empty() && !runner_->isRunning();
     build_->setEnabled(canBuild);
+    const bool canQueue = queue_->isAvailable() && hasBook && !book_->isImporting() && !book_->chapters().empty();
+    addToQueue_->setEnabled(canQueue);
+    buildBar_->setQueueEnabled(canQueue);
     cancel_->setEnabled(runner_->isRunning());
     buildBar_->setBuildEnabled(canBuild);
 }
@@ -582,6 +621,8 @@ void MainWindow::runBuild(bool replaceExisting)
         return;
     buildToken_ = token;
     buildSettings_ = request.settings;
+    if (QueueController* queue = queue_->controller())
+        queue->setSingleExport(true, 0.0);
     buildBar_->showRunning(runner_->phase(), 0);
     refreshState();
 }
@@ -660,13 +701,105 @@ void MainWindow::showView(View view)
         showLibrary_->setChecked(true);
         break;
     case View::queue:
+        views_->setCurrentIndex(2);
+        showQueue_->setChecked(true);
         break;
     }
 }
 
 MainWindow::View MainWindow::currentView() const
 {
-    return views_->currentWidget() == libraryView_ ? View::library : View::book;
+    if (views_->currentWidget() == libraryView_)
+        return View::library;
+    return views_->currentWidget() == queueView_ ? View::queue : View::book;
+}
+
+void MainWindow::refreshQueueAction()
+{
+    QueueController* queue = queue_->controller();
+    if (!queue)
+        return;
+    int waiting = 0;
+    for (const QueueJob& job : queue->jobs())
+        if (job.status == QueueJobStatus::pending || job.status == QueueJobStatus::running)
+            ++waiting;
+    showQueue_->setText(waiting == 0 ? L10n::text("app.action.showQueue", "&Queue")
+                                     : L10n::format(L10n::text("app.action.showQueueCount", "&Queue (%d)"), {QString::number(waiting)}));
+    if (queue->haltMessage())
+        showQueue_->setText(L10n::text("app.action.showQueueHalted", "&Queue (paused)"));
+}
+
+void MainWindow::addBooksToQueue(const QList<QUuid>& ids)
+{
+    if (!queue_->isAvailable()) {
+        showAlert(L10n::text("app.queue.unavailable.title", "The queue can't be used"), queue_->unavailableReason());
+        return;
+    }
+    const QueueWorkspace::Destination destination{preferences_.defaultOutputFolder, OutputOrganization{preferences_.queueFolderTemplate}};
+    const QueueWorkspace::Queued queued = queue_->enqueueBooks(ids, destination, false);
+    const QList<QUuid> existing = queued.existing;
+    reportQueued(queued.jobs, queued.problems, int(existing.size()), [this, existing, destination] {
+        const QueueWorkspace::Queued again = queue_->enqueueBooks(existing, destination, true);
+        reportQueued(again.jobs, again.problems, 0, {});
+    });
+}
+
+void MainWindow::addOpenBookToQueue()
+{
+    if (book_->isEmpty() || book_->isImporting())
+        return;
+    if (const auto id = library_->openBookID()) {
+        addBooksToQueue({*id});
+        return;
+    }
+    if (!queue_->isAvailable()) {
+        showAlert(L10n::text("app.queue.unavailable.title", "The queue can't be used"), queue_->unavailableReason());
+        return;
+    }
+    const QueueWorkspace::Destination destination{preferences_.defaultOutputFolder, OutputOrganization{preferences_.queueFolderTemplate}};
+    QStringList inputs;
+    for (const QUrl& url : book_->state().sources)
+        inputs << url.toLocalFile();
+    const ImportedBook book = book_->importedBook();
+    const ExportSettings settings = book_->settings();
+    const QueueWorkspace::Queued queued = queue_->enqueueBook(book, inputs, settings, destination, false);
+    reportQueued(queued.jobs, queued.problems, int(queued.existing.size()), [this, book, inputs, settings, destination] {
+        const QueueWorkspace::Queued again = queue_->enqueueBook(book, inputs, settings, destination, true);
+        reportQueued(again.jobs, again.problems, 0, {});
+    });
+}
+
+void MainWindow::reportQueued(const QList<QUuid>& jobs, const QStringList& problems, int existing,
+                              const std::function<void()>& replace)
+{
+    if (!jobs.isEmpty()) {
+        statusBar()->showMessage(L10n::format(L10n::text("app.queue.added", "%d book(s) added to the queue."),
+                                              {QString::number(jobs.size())}),
+                                 8000);
+        queueView_->selectJob(jobs.last());
+    }
+    if (!problems.isEmpty())
+        showAlert(L10n::text("app.queue.add.failed.title", "Not everything could be queued"), problems.join(u'\n'));
+    if (existing > 0 && replace) {
+        auto* box = new QMessageBox(QMessageBox::Question, L10n::text("app.queue.replace.title", "Replace the books already there?"),
+                                    L10n::format(L10n::text("app.queue.replace.message",
+                                                            "%d book(s) are already in the output folder. Queue them to be "
+                                                            "built again, replacing what is there?"),
+                                                 {QString::number(existing)}),
+                                    QMessageBox::NoButton, this);
+        box->setAttribute(Qt::WA_DeleteOnClose);
+        auto* yes = box->addButton(L10n::text("app.queue.replace.button", "Queue and Replace"), QMessageBox::AcceptRole);
+        auto* no = box->addButton(L10n::text("app.queue.replace.cancel", "Don't Queue"), QMessageBox::RejectRole);
+        box->setDefaultButton(no);
+        box->setWindowModality(Qt::WindowModal);
+        connect(box, &QMessageBox::buttonClicked, this, [yes, replace](QAbstractButton* b) {
+            if (b == yes)
+                replace();
+        });
+        alerts_.removeAll(nullptr);
+        alerts_ << box;
+        box->open();
+    }
 }
 
 void MainWindow::openLibraryBook(const QUuid& id)

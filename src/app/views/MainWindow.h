@@ -28,6 +28,8 @@ class DetailsPanel;
 class ExportPanel;
 class LibraryController;
 class LibraryView;
+class QueueView;
+class QueueWorkspace;
 class OpenBook;
 class PlayerBar;
 class ResultPanel;
@@ -72,10 +74,17 @@ public:
     ActiveBookCoordinator::SwitchResult switchToLibraryBook(const QUuid& id);
     // Puts the book opened from files into the library.
     void keepOpenBookInLibrary();
+    // Queues library books, or the open book, to be built into the default
+    // output folder with the folders of the settings' template. Books whose
+    // output is already there are queued to replace it if the user agrees.
+    void addBooksToQueue(const QList<QUuid>& ids);
+    void addOpenBookToQueue();
 
     OpenBook& book() { return *book_; }
     LibraryController& library() { return *library_; }
     LibraryView* libraryView() const { return libraryView_; }
+    QueueWorkspace& queue() { return *queue_; }
+    QueueView* queueView() const { return queueView_; }
     BookPlayer& player() { return *player_; }
     BuildRunner& runner() { return *runner_; }
     TracksPanel* tracksPanel() const { return tracks_; }
@@ -110,14 +119,21 @@ private:
     void chooseChapterFile();
     void refreshState();
     void recordBuild(const BuildResult& result);
+    void reportQueued(const QList<QUuid>& jobs, const QStringList& problems, int existing,
+                      const std::function<void()>& replace);
+    void refreshQueueAction();
 
     std::unique_ptr<OpenBook> book_;
     LibraryController* library_;
     LibraryView* libraryView_;
+    QueueWorkspace* queue_;
+    QueueView* queueView_;
     QStackedWidget* views_;
     QActionGroup* viewActions_;
     QAction* showBook_;
     QAction* showLibrary_;
+    QAction* showQueue_;
+    QAction* addToQueue_;
     QAction* keepInLibrary_;
     std::optional<ActiveBookCoordinator::BuildStartToken> buildToken_;
     ExportSettings buildSettings_; // of the running build, as the book had them
