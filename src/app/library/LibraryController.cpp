@@ -221,7 +221,13 @@ void LibraryController::recordBuild(const QUuid& id, int revision, const ExportS
     inputs.bookID = id;
     inputs.revision = revision;
     inputs.settings = settings;
-    const BuildRecord record = inputs.record(files);
+    recordBuild(id, revision, inputs.record(files));
+}
+
+void LibraryController::recordBuild(const QUuid& id, int revision, const BuildRecord& record)
+{
+    if (!store_)
+        return;
     try {
         if (coordinator_ && coordinator_->currentBookID() == id) {
             if (editQueued_)

@@ -74,6 +74,8 @@ public:
     // Records a finished build of a library book: on the open book through
     // the coordinator (so its own state learns it), else on the record.
     void recordBuild(const QUuid& id, int revision, const ExportSettings& settings, const QStringList& files);
+    // The same with the record made already (an update in place renews the last one).
+    void recordBuild(const QUuid& id, int revision, const BuildRecord& record);
 
     // Adding folders, one book per folder of audio, in the background while
     // the exclusive operation addingBooks holds. False when another

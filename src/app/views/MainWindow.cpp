@@ -2,6 +2,8 @@
 
 #include "app/book/OpenBook.h"
 #include "app/book/WorkingStateStore.h"
+#include "app/inplace/InPlaceUpdateBar.h"
+#include "app/inplace/InPlaceUpdateViewModel.h"
 #include "app/library/LibraryController.h"
 #include "app/library/LibraryView.h"
 #include "app/queue/QueueView.h"
@@ -98,6 +100,7 @@ MainWindow::MainWindow(QWidget* parent)
     , book_(std::make_unique<OpenBook>())
     , library_(new LibraryController(*book_, LibraryLocation::root(), this))
     , queue_(nullptr)
+    , inPlace_(new InPlaceUpdateViewModel(*book_, this))
     , runner_(new BuildRunner(this))
     , player_(new BookPlayer(this))
     , workingState_(std::make_unique<WorkingStateStore>())
@@ -146,7 +149,9 @@ MainWindow::MainWindow(QWidget* parent)
     auto* bookAreaLayout = new QVBoxLayout(bookArea);
     bookAreaLayout->setContentsMargins(0, 0, 0, 0);
     bookAreaLayout->setSpacing(0);
+    inPlaceBar_ = new InPlaceUpdateBar(*inPlace_, this);
     bookAreaLayout->addWidget(pages_, 1);
+    bookAreaLayout->addWidget(inPlaceBar_);
     bookAreaLayout->addWidget(buildBar_);
     libraryView_ = new LibraryView(*library_, this);
     libraryView_->setQueue(queue_->controller());
@@ -231,6 +236,9 @@ MainWindow::MainWindow(QWidget* parent)
         library_->coordinator()->isSingleExportActive = [this] { return runner_->isRunning(); };
     }
     connect(buildBar_, &BuildBar::addToQueueRequested, this, &MainWindow::addOpenBookToQueue);
+    connect(inPlace_, &InPlaceUpdateViewModel::changed, this, &MainWindow::refreshState);
+    connect(inPlace_, &InPlaceUpdateViewModel::finished, this, &MainWindow::inPlaceFinished);
+    connect(inPlaceBar_, &InPlaceUpdateBar::updateRequested, this, &MainWindow::updateInPlace);
     connect(library_, &LibraryController::openBookChanged, this, &MainWindow::refreshState);
     connect(book_.get(), &OpenBook::lastBuildChanged, this, &MainWindow::refreshState);
 
@@ -291,9 +299,11 @@ MainWindow::~MainWindow()
         encoderProbe_.join();
     runner_->cancel();
     book_->cancelImport();
-    // The queue stops its run, and the library writes the open book as it
-    // closes: both go before the book they read from (child objects would
-    // go after).
+    // An update in place is cancelled (its files put back), the queue stops
+    // its run, and the library writes the open book as it closes: all go
+    // before the book they read from (child objects would go after).
+    delete inPlaceBar_;
+    delete inPlace_;
     delete queueView_;
     delete queue_;
     delete libraryView_;
@@ -356,6 +366,8 @@ void MainWindow::buildMenus()
     cancel_->setShortcut(QKeySequence(Qt::Key_Escape));
     addToQueue_ = buildMenu->addAction(L10n::text("app.action.addToQueue", "Add to &Queue"), this, &MainWindow::addOpenBookToQueue);
     addToQueue_->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_B));
+    updateInPlace_ = buildMenu->addAction(L10n::text("app.action.updateInPlace", "&Update in Place"), this, &MainWindow::updateInPlace);
+    updateInPlace_->setShortcut(QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_U));
     auto* log = buildMenu->addAction(L10n::text("app.action.showLog", "Show Build &Log"), this, &MainWindow::showBuildLog);
     log->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
 
@@ -399,7 +411,10 @@ void MainWindow::refreshState()
     redo_->setEnabled(book_->canRedo());
     batchRename_->setEnabled(hasBook && !book_->chapters().empty());
     keepInLibrary_->setEnabled(library_->isAvailable() && hasBook && !book_->isImporting() && !library_->openBookID());
-    const bool canBuild = hasBook && !book_->isImporting() && !book_->chapters().empty() && !runner_->isRunning();
+    const bool canBuild = hasBook && !book_->isImporting() && !book_->chapters().empty() && !runner_->isRunning()
+                          && !inPlace_->isRunning();
+    updateInPlace_->setEnabled(inPlace_->state() == InPlaceUpdateViewModel::State::eligible && !runner_->isRunning());
+    inPlaceBar_->setBlocked(runner_->isRunning());
     build_->setEnabled(canBuild);
     const bool canQueue = queue_->isAvailable() && hasBook && !book_->isImporting() && !book_->chapters().empty();
     addToQueue_->setEnabled(canQueue);
@@ -495,6 +510,10 @@ void MainWindow::dropEvent(QDropEvent* event)
 
 void MainWindow::newBook()
 {
+    if (const QString busy = busyWithOpenBook(); !busy.isEmpty()) {
+        showAlert(L10n::text("app.library.close.busy.title", "The book can't be closed now"), busy);
+        return;
+    }
     if (library_->openBookID()) {
         if (!library_->closeOpenBook(BookSession::TearDownReason::newBook())) {
             const auto op = library_->coordinator()->exclusiveOperation();
@@ -674,6 +693,21 @@ void MainWindow::saveWorkingState()
 
 void MainWindow::closeEvent(QCloseEvent* event)
 {
+    // Quitting in the middle of a write asks first; its default button stays.
+    if (!quitConfirmed_ && inPlace_->isRunning()) {
+        event->ignore();
+        askBeforeQuit(InPlaceUpdateController::quitWarningTitle(), InPlaceUpdateController::quitWarningConsequence());
+        return;
+    }
+    if (!quitConfirmed_ && queue_->isBuilding()) {
+        event->ignore();
+        askBeforeQuit(L10n::text("app.queue.quit.title", "A book is being built by the queue"),
+                      L10n::text("app.queue.quit.consequence",
+                                 "If you quit now, the build in progress stops and nothing of it is kept; its job is "
+                                 "marked cancelled, and Retry builds it again."));
+        return;
+    }
+    quitConfirmed_ = false;
     if (runner_->isRunning()) {
         runner_->cancel();
         QEventLoop wait;
@@ -685,6 +719,87 @@ void MainWindow::closeEvent(QCloseEvent* event)
     library_->saveOpenBook();
     saveWorkingState();
     event->accept();
+}
+
+void MainWindow::askBeforeQuit(const QString& title, const QString& consequence)
+{
+    for (QMessageBox* open : openAlerts())
+        if (open->text() == title)
+            return; // asked already
+    auto* box = new QMessageBox(QMessageBox::Warning, title, title, QMessageBox::NoButton, this);
+    box->setInformativeText(consequence);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    auto* stay = box->addButton(InPlaceUpdateController::quitWarningCancelButton(), QMessageBox::RejectRole);
+    stay->setAccessibleName(L10n::text("app.quit.stay.name", "Keep Folivox open"));
+    auto* quit = box->addButton(L10n::text("app.quit.anyway", "Quit Anyway"), QMessageBox::DestructiveRole);
+    quit->setAccessibleName(L10n::text("app.quit.anyway.name", "Quit now and stop the work"));
+    box->setDefaultButton(stay);
+    box->setEscapeButton(stay);
+    box->setWindowModality(Qt::WindowModal);
+    connect(box, &QMessageBox::buttonClicked, this, [this, quit](QAbstractButton* b) {
+        if (b != quit)
+            return;
+        quitConfirmed_ = true;
+        QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
+    });
+    alerts_.removeAll(nullptr);
+    alerts_ << box;
+    box->open();
+}
+
+// ---- Update in place -------------------------------------------------------
+
+QString MainWindow::busyWithOpenBook() const
+{
+    if (runner_->isRunning())
+        return L10n::text("app.book.busy.building", "The open book is being built. Wait for the build, or cancel it.");
+    if (inPlace_->isRunning())
+        return L10n::text("app.book.busy.inplace", "The open book's files are being updated in place. Wait for the update, or cancel it.");
+    return {};
+}
+
+void MainWindow::updateInPlace()
+{
+    if (runner_->isRunning() || inPlace_->state() != InPlaceUpdateViewModel::State::eligible)
+        return;
+    // The library's record is on disk, and the revision written is noted.
+    if (library_->openBookID())
+        library_->saveOpenBook();
+    const auto token = library_->coordinator() ? library_->coordinator()->buildStartToken() : std::nullopt;
+    if (!inPlace_->start())
+        return;
+    inPlaceToken_ = token;
+    refreshState();
+}
+
+void MainWindow::inPlaceFinished()
+{
+    const auto& outcome = inPlace_->outcome();
+    const auto token = inPlaceToken_;
+    inPlaceToken_.reset();
+    if (!outcome)
+        return;
+    if (outcome->kind == InPlaceUpdateController::Outcome::Kind::failed) {
+        showAlert(L10n::text("app.inplace.failed.title", "The book could not be updated in place"), inPlace_->outcomeText());
+        return;
+    }
+    if (outcome->kind != InPlaceUpdateController::Outcome::Kind::completed || !book_->lastBuild())
+        return;
+    // The files now hold the book as it was when the update started: the
+    // last build's record is renewed with their sizes and dates.
+    BuildRecord record = *book_->lastBuild();
+    record.builtAt = outcome->writeFinishedAt.isValid() ? outcome->writeFinishedAt : QDateTime::currentDateTimeUtc();
+    for (BuildRecord::Output& out : record.outputs) {
+        const QFileInfo info(out.path);
+        out.size = info.exists() ? static_cast<quint64>(info.size()) : 0;
+        out.modifiedAt = info.lastModified().toUTC();
+    }
+    if (token && library_->summary(token->bookID)) {
+        library_->recordBuild(token->bookID, token->revision, record);
+    } else {
+        record.revision = book_->state().revision;
+        book_->setLastBuild(record);
+    }
 }
 
 // ---- Library ----------------------------------------------------------------
@@ -847,11 +962,8 @@ ActiveBookCoordinator::SwitchResult MainWindow::switchToLibraryBook(const QUuid&
     using Kind = ActiveBookCoordinator::SwitchResult::Kind;
     const std::optional<LibraryBookSummary> summary = library_->summary(id);
     const QString title = summary && !summary->title.isEmpty() ? summary->title : L10n::text("app.library.untitled", "Untitled");
-    if (runner_->isRunning()) {
-        const QString text = L10n::format(L10n::text("app.library.switch.building",
-                                                     "“%@” can't be opened while the open book is being built. Wait "
-                                                     "for the build, or cancel it."),
-                                          {title});
+    if (const QString busy = busyWithOpenBook(); !busy.isEmpty()) {
+        const QString text = L10n::format(L10n::text("app.library.switch.busyBook", "“%@” can't be opened now. %@"), {title, busy});
         libraryView_->showMessage(text);
         statusBar()->showMessage(text, 8000);
         return ActiveBookCoordinator::SwitchResult::busy(ActiveBookCoordinator::ExclusiveOperation::adoptingBuild);

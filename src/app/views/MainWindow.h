@@ -26,6 +26,8 @@ class BuildBar;
 class ChaptersPanel;
 class DetailsPanel;
 class ExportPanel;
+class InPlaceUpdateBar;
+class InPlaceUpdateViewModel;
 class LibraryController;
 class LibraryView;
 class QueueView;
@@ -85,6 +87,10 @@ public:
     LibraryView* libraryView() const { return libraryView_; }
     QueueWorkspace& queue() { return *queue_; }
     QueueView* queueView() const { return queueView_; }
+    InPlaceUpdateViewModel& inPlace() { return *inPlace_; }
+    InPlaceUpdateBar* inPlaceBar() const { return inPlaceBar_; }
+    // Updates the open book's built files in place with its tags.
+    void updateInPlace();
     BookPlayer& player() { return *player_; }
     BuildRunner& runner() { return *runner_; }
     TracksPanel* tracksPanel() const { return tracks_; }
@@ -122,18 +128,29 @@ private:
     void reportQueued(const QList<QUuid>& jobs, const QStringList& problems, int existing,
                       const std::function<void()>& replace);
     void refreshQueueAction();
+    void inPlaceFinished();
+    // Why the open book can't be closed or switched now (a build or an
+    // update in place writes its files), or nothing.
+    QString busyWithOpenBook() const;
+    // The quit warning: the default button does not quit.
+    void askBeforeQuit(const QString& title, const QString& consequence);
 
     std::unique_ptr<OpenBook> book_;
     LibraryController* library_;
     LibraryView* libraryView_;
     QueueWorkspace* queue_;
     QueueView* queueView_;
+    InPlaceUpdateViewModel* inPlace_;
+    InPlaceUpdateBar* inPlaceBar_;
+    std::optional<ActiveBookCoordinator::BuildStartToken> inPlaceToken_;
+    bool quitConfirmed_ = false;
     QStackedWidget* views_;
     QActionGroup* viewActions_;
     QAction* showBook_;
     QAction* showLibrary_;
     QAction* showQueue_;
     QAction* addToQueue_;
+    QAction* updateInPlace_;
     QAction* keepInLibrary_;
     std::optional<ActiveBookCoordinator::BuildStartToken> buildToken_;
     ExportSettings buildSettings_; // of the running build, as the book had them
