@@ -2,6 +2,7 @@
 
 #include "app/book/OpenBook.h"
 #include "app/book/WorkingStateStore.h"
+#include "app/damage/TrackIntegrity.h"
 #include "app/inplace/InPlaceUpdateBar.h"
 #include "app/inplace/InPlaceUpdateViewModel.h"
 #include "app/library/LibraryController.h"
@@ -28,6 +29,8 @@
 #include "import/ImportCoordinator.h"
 #include "library/BookBuildInputs.h"
 #include "library/LibraryLocation.h"
+#include "library/LibraryPersistence.h"
+#include "platform/AppPaths.h"
 #include "platform/Error.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
@@ -37,6 +40,7 @@
 #include <QActionGroup>
 #include <QCloseEvent>
 #include <QDragEnterEvent>
+#include <QDir>
 #include <QDropEvent>
 #include <QEventLoop>
 #include <QFileDialog>
@@ -101,6 +105,7 @@ MainWindow::MainWindow(QWidget* parent)
     , library_(new LibraryController(*book_, LibraryLocation::root(), this))
     , queue_(nullptr)
     , inPlace_(new InPlaceUpdateViewModel(*book_, this))
+    , integrity_(new TrackIntegrity(*book_, this))
     , runner_(new BuildRunner(this))
     , player_(new BookPlayer(this))
     , workingState_(std::make_unique<WorkingStateStore>())
@@ -113,6 +118,7 @@ MainWindow::MainWindow(QWidget* parent)
     queue_ = new QueueWorkspace(*library_, preferences_.parallelJobs, this);
 
     tracks_ = new TracksPanel(*book_, this);
+    tracks_->setIntegrity(integrity_);
     chapters_ = new ChaptersPanel(*book_, this);
     details_ = new DetailsPanel(*book_, this);
     export_ = new ExportPanel(*book_, this);
@@ -239,6 +245,15 @@ MainWindow::MainWindow(QWidget* parent)
     connect(inPlace_, &InPlaceUpdateViewModel::changed, this, &MainWindow::refreshState);
     connect(inPlace_, &InPlaceUpdateViewModel::finished, this, &MainWindow::inPlaceFinished);
     connect(inPlaceBar_, &InPlaceUpdateBar::updateRequested, this, &MainWindow::updateInPlace);
+
+    // Damaged sources: clean copies are kept with a library book, or in the
+    // application's folder for a book opened from files.
+    integrity_->repairFolder = [this](const Track&) {
+        if (const auto id = library_->openBookID(); id && library_->persistence())
+            return library_->persistence()->bookFolder(*id) + QStringLiteral("/sources");
+        return QDir(AppPaths::appSupportDir()).filePath(QStringLiteral("Repaired/") + book_->id().toString(QUuid::Id128));
+    };
+    connect(integrity_, &TrackIntegrity::repairFinished, this, &MainWindow::offerRepairedCopies);
     connect(library_, &LibraryController::openBookChanged, this, &MainWindow::refreshState);
     connect(book_.get(), &OpenBook::lastBuildChanged, this, &MainWindow::refreshState);
 
@@ -304,6 +319,7 @@ MainWindow::~MainWindow()
     // before the book they read from (child objects would go after).
     delete inPlaceBar_;
     delete inPlace_;
+    delete integrity_;
     delete queueView_;
     delete queue_;
     delete libraryView_;
@@ -800,6 +816,45 @@ void MainWindow::inPlaceFinished()
         record.revision = book_->state().revision;
         book_->setLastBuild(record);
     }
+}
+
+// ---- Damaged sources ------------------------------------------------------
+
+void MainWindow::offerRepairedCopies(const QMap<QUuid, QUrl>& copies, const QStringList& failures)
+{
+    if (!failures.isEmpty())
+        showAlert(L10n::text("app.damage.repair.failed.title", "Not every file could be repaired"),
+                  L10n::format(L10n::text("app.damage.repair.failed", "No clean copy could be made of:\n%@"),
+                               {failures.join(u'\n')}));
+    if (copies.isEmpty())
+        return;
+    QStringList names;
+    for (const Track& t : book_->tracks())
+        if (copies.contains(t.id))
+            names << QFileInfo(t.url.toLocalFile()).fileName();
+    auto* box = new QMessageBox(QMessageBox::Question, L10n::text("app.damage.use.title", "Build from the repaired copies?"),
+                                L10n::format(L10n::text("app.damage.use.message",
+                                                        "Clean copies of %d damaged file(s) were made:\n%@\n\nUse them in the "
+                                                        "book in place of the damaged files? The damaged files are not changed, "
+                                                        "and Undo brings them back."),
+                                             {QString::number(copies.size()), names.join(u'\n')}),
+                                QMessageBox::NoButton, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    auto* use = box->addButton(L10n::text("app.damage.use.button", "Use Repaired Copies"), QMessageBox::AcceptRole);
+    auto* keep = box->addButton(L10n::text("app.damage.use.keep", "Keep the Damaged Files"), QMessageBox::RejectRole);
+    use->setAccessibleName(L10n::text("app.damage.use.name", "Build from the repaired copies"));
+    keep->setAccessibleName(L10n::text("app.damage.keep.name", "Keep building from the damaged files"));
+    box->setDefaultButton(use);
+    box->setWindowModality(Qt::WindowModal);
+    const QUuid book = book_->id();
+    connect(box, &QMessageBox::buttonClicked, this, [this, use, copies, book](QAbstractButton* b) {
+        if (b != use || book_->id() != book)
+            return;
+        book_->replaceTrackFiles(copies, L10n::text("app.undo.useRepaired", "Use Repaired Copies"));
+    });
+    alerts_.removeAll(nullptr);
+    alerts_ << box;
+    box->open();
 }
 
 // ---- Library ----------------------------------------------------------------

@@ -35,6 +35,7 @@ class QueueWorkspace;
 class OpenBook;
 class PlayerBar;
 class ResultPanel;
+class TrackIntegrity;
 class TracksPanel;
 class WorkingStateStore;
 
@@ -89,6 +90,7 @@ public:
     QueueView* queueView() const { return queueView_; }
     InPlaceUpdateViewModel& inPlace() { return *inPlace_; }
     InPlaceUpdateBar* inPlaceBar() const { return inPlaceBar_; }
+    TrackIntegrity& integrity() { return *integrity_; }
     // Updates the open book's built files in place with its tags.
     void updateInPlace();
     BookPlayer& player() { return *player_; }
@@ -129,6 +131,7 @@ private:
                       const std::function<void()>& replace);
     void refreshQueueAction();
     void inPlaceFinished();
+    void offerRepairedCopies(const QMap<QUuid, QUrl>& copies, const QStringList& failures);
     // Why the open book can't be closed or switched now (a build or an
     // update in place writes its files), or nothing.
     QString busyWithOpenBook() const;
@@ -142,6 +145,7 @@ private:
     QueueView* queueView_;
     InPlaceUpdateViewModel* inPlace_;
     InPlaceUpdateBar* inPlaceBar_;
+    TrackIntegrity* integrity_;
     std::optional<ActiveBookCoordinator::BuildStartToken> inPlaceToken_;
     bool quitConfirmed_ = false;
     QStackedWidget* views_;
