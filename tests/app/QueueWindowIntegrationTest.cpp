@@ -128,7 +128,8 @@ TEST(QueueWindow, TwoBooksQueuedFromTheLibraryBuildAndShowCompletedAndBuilt)
     EXPECT_EQ(view->summaryLabel()->text(), QStringLiteral("The queue has finished: 2 built, 0 failed, 0 skipped, 0 cancelled."));
     const QString dune = QDir(out).filePath(QStringLiteral("Dune.m4b"));
     const QString emma = QDir(out).filePath(QStringLiteral("Emma.m4b"));
-    EXPECT_EQ(view->model()->index(0, QueueJobModel::detail).data().toString(), dune);
+    EXPECT_EQ(view->model()->index(0, QueueJobModel::detail).data().toString(), QStringLiteral("Built Dune.m4b"));
+    EXPECT_EQ(view->model()->index(0, QueueJobModel::detail).data(Qt::ToolTipRole).toString(), dune);
     EXPECT_NEAR(Fixtures::decodedDuration(dune), 3.0, 0.2);
     EXPECT_NEAR(Fixtures::decodedDuration(emma), 1.0, 0.2);
 

@@ -291,6 +291,12 @@ TEST_F(LibraryStoreTest, ABuildIsRecordedAndTellsWhenARebuildIsDue)
     ASSERT_TRUE(built.lastBuild);
     EXPECT_EQ(built.lastBuild->revision, 4);
     EXPECT_EQ(built.lastBuild->outputs[0].size, 1234u);
+    // The chapters built, on the book's own clock, with their first tracks.
+    ASSERT_EQ(built.lastBuild->chapters.size(), s.bookmarks.size());
+    EXPECT_EQ(built.lastBuild->chapters[1].title, s.bookmarks[1].title);
+    EXPECT_DOUBLE_EQ(built.lastBuild->chapters[1].startTime, s.bookmarks[0].duration);
+    EXPECT_DOUBLE_EQ(built.lastBuild->chapters[1].duration, s.bookmarks[1].duration);
+    EXPECT_EQ(built.lastBuild->chapters[1].firstTrackURL, s.bookmarks[1].tracks.front().url);
     EXPECT_TRUE(BuildStatus::rebuildReasons(built).isEmpty());
     const LibraryBookSummary sum = *store.summary(s.id);
     EXPECT_EQ(sum.builtRevision, 4);

@@ -41,7 +41,8 @@ DamagePanel::DamagePanel(TrackIntegrity& integrity, QWidget* parent)
     holes_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     for (int c = 1; c < 5; ++c)
         holes_->horizontalHeader()->setSectionResizeMode(c, QHeaderView::ResizeToContents);
-    holes_->setMaximumHeight(120);
+    holes_->setSizeAdjustPolicy(QAbstractScrollArea::AdjustToContents);
+    holes_->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
 
     auto* top = new QHBoxLayout;
     auto* icon = new QLabel(this);
@@ -84,6 +85,12 @@ void DamagePanel::refresh()
             ++rows;
         }
     }
+    // As tall as its rows, up to four; more scroll.
+    const int shown = std::min(rows, 4);
+    int height = holes_->horizontalHeader()->height() + 2 * holes_->frameWidth();
+    for (int r = 0; r < shown; ++r)
+        height += holes_->rowHeight(r);
+    holes_->setFixedHeight(height);
     summary_->setText(integrity_.isRepairing()
                           ? L10n::text("app.damage.repairing", "Making clean copies of the damaged files…")
                           : L10n::format(L10n::text("app.damage.summary",

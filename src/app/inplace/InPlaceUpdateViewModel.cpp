@@ -35,6 +35,11 @@ InPlaceUpdateViewModel::~InPlaceUpdateViewModel()
 
 void InPlaceUpdateViewModel::invalidate()
 {
+    // The outcome of a run on another book is no longer this book's news.
+    if (outcome_ && book_.id() != runBook_) {
+        holdTimer_.stop();
+        outcome_.reset();
+    }
     // The files may be in the middle of being written: the check waits for the run.
     stale_ = true;
     cachedEligibility_.reset();
@@ -110,17 +115,29 @@ void InPlaceUpdateViewModel::evaluate() const
     const QStringList files = outputFiles();
     if (files.isEmpty())
         return;
+    // The chapters now, and as built: from the build's record, on the same
+    // clock as the book's (the files' own marks can differ from the
+    // sources' probed lengths by a few milliseconds a chapter); for a record
+    // without them, the files' chapters.
+    const BuildRecord& built = *book_.lastBuild();
+    const bool recorded = !built.chapters.empty();
     QList<ChapterSnapshot> current;
     double start = 0;
     for (const Bookmark& b : book_.chapters()) {
-        current << ChapterSnapshot{b.title, start, b.duration, std::nullopt, std::nullopt};
+        std::optional<QUrl> first;
+        if (recorded && !b.tracks.empty())
+            first = b.tracks.front().url;
+        current << ChapterSnapshot{b.title, start, b.duration, first, std::nullopt};
         start += b.duration;
     }
     const QList<IneligibilityReason> fileReasons = DefaultInPlaceEligibilityService::checkFiles(files);
     const bool readable = !fileReasons.contains(IneligibilityReason::fileNotFound)
                           && !fileReasons.contains(IneligibilityReason::unsupportedFormat);
     InPlaceEligibilityRequest request;
-    request.lastBuildChapters = readable ? chaptersOnDisk(files) : current;
+    if (recorded)
+        request.lastBuildChapters = QList<ChapterSnapshot>(built.chapters.begin(), built.chapters.end());
+    else
+        request.lastBuildChapters = readable ? chaptersOnDisk(files) : current;
     request.currentChapters = current;
     request.currentTrackCount = int(book_.tracks().size());
     request.outputFiles = files;
@@ -156,7 +173,7 @@ QString InPlaceUpdateViewModel::outcomeText() const
 {
     if (!outcome_)
         return {};
-    const QStringList files = outputFiles();
+    const QStringList& files = runFiles_;
     const QString what = files.size() == 1 ? QFileInfo(files.first()).fileName()
                                            : L10n::format(L10n::text("app.inplace.files", "%d files"), {QString::number(files.size())});
     switch (outcome_->kind) {
@@ -227,6 +244,8 @@ bool InPlaceUpdateViewModel::start()
     running_ = true;
     outcome_.reset();
     holdTimer_.stop();
+    runBook_ = book_.id();
+    runFiles_ = mode.paths();
     phase_ = phaseText(QStringLiteral("inplace.progress.creating.backup"));
     fraction_ = 0;
     Q_EMIT changed();

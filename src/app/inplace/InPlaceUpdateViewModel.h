@@ -11,6 +11,7 @@
 #include <QObject>
 #include <QStringList>
 #include <QTimer>
+#include <QUuid>
 
 #include <memory>
 #include <optional>
@@ -91,6 +92,8 @@ private:
     std::optional<InPlaceUpdateController::Outcome> outcome_;
     QTimer holdTimer_;
     int generation_ = 0;
+    QUuid runBook_;        // the book the last run wrote
+    QStringList runFiles_; // and its files
 };
 
 } // namespace folivox

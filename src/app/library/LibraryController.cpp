@@ -221,6 +221,15 @@ void LibraryController::recordBuild(const QUuid& id, int revision, const ExportS
     inputs.bookID = id;
     inputs.revision = revision;
     inputs.settings = settings;
+    // The chapters built are those of the revision built, if the book is
+    // still at it (an edit during the build leaves them out of the record).
+    try {
+        const BookStateDTO state = store_->loadState(id);
+        if (state.revision == revision)
+            inputs.bookmarks = state.bookmarks;
+    } catch (const Error& e) {
+        log(QStringLiteral("the built book %1 could not be read: %2").arg(LibraryPersistence::folderName(id), e.description()));
+    }
     recordBuild(id, revision, inputs.record(files));
 }
 

@@ -1,5 +1,6 @@
 #include "app/library/LibraryGridDelegate.h"
 
+#include "app/library/CoverArt.h"
 #include "app/library/LibraryBadge.h"
 #include "app/library/LibraryModel.h"
 
@@ -7,35 +8,13 @@
 #include <QApplication>
 #include <QHelpEvent>
 #include <QPainter>
-#include <QPainterPath>
 #include <QToolTip>
 
 namespace folivox {
 
 namespace {
-
 constexpr int kCover = LibraryModel::kGridCover;
 constexpr int kPad = 10;
-
-QColor placeholderColor(const QUuid& id)
-{
-    // A calm colour of its own for each book.
-    const int hue = int(qHash(id) % 360);
-    return QColor::fromHsv(hue, 70, 150);
-}
-
-QString initials(const QString& title)
-{
-    QString out;
-    for (const QString& word : title.split(u' ', Qt::SkipEmptyParts)) {
-        if (word.at(0).isLetterOrNumber())
-            out += word.at(0).toUpper();
-        if (out.size() == 2)
-            break;
-    }
-    return out;
-}
-
 } // namespace
 
 LibraryGridDelegate::LibraryGridDelegate(QObject* parent)
@@ -70,58 +49,17 @@ void LibraryGridDelegate::paint(QPainter* p, const QStyleOptionViewItem& option,
 
     // The cover, centred in its square.
     const QRect square(option.rect.left() + kPad, option.rect.top() + kPad, kCover, kCover);
-    const QPixmap cover = index.data(LibraryModel::CoverRole).value<QPixmap>();
-    QRect coverRect;
-    if (!cover.isNull()) {
-        const QSize size = cover.size().scaled(square.size(), Qt::KeepAspectRatio);
-        coverRect = QRect(square.left() + (square.width() - size.width()) / 2,
-                          square.bottom() - size.height() + 1, size.width(), size.height());
-        p->drawPixmap(coverRect, cover);
-    } else {
-        coverRect = square.adjusted(12, 0, -12, 0);
-        const QString title = index.data(Qt::DisplayRole).toString();
-        p->setPen(Qt::NoPen);
-        p->setBrush(placeholderColor(index.data(LibraryModel::IdRole).toUuid()));
-        p->drawRoundedRect(coverRect, 4, 4);
-        QFont big = option.font;
-        big.setPointSizeF(big.pointSizeF() * 2.4);
-        big.setBold(true);
-        p->setFont(big);
-        p->setPen(QColor(255, 255, 255, 220));
-        p->drawText(coverRect, Qt::AlignCenter, initials(title));
-    }
+    QPixmap cover = index.data(LibraryModel::CoverRole).value<QPixmap>();
+    if (cover.isNull())
+        cover = CoverArt::placeholder(index.data(LibraryModel::IdRole).toUuid(), index.data(Qt::DisplayRole).toString(), kCover);
+    const QSize size = cover.size().scaled(square.size(), Qt::KeepAspectRatio);
+    const QRect coverRect(square.left() + (square.width() - size.width()) / 2, square.bottom() - size.height() + 1, size.width(),
+                          size.height());
+    p->drawPixmap(coverRect, cover);
 
     // Badges over the foot of the cover, from the left.
-    const QList<LibraryBadge> badges = index.data(LibraryModel::BadgesRole).value<QList<LibraryBadge>>();
-    QFont small = option.font;
-    small.setPointSizeF(small.pointSizeF() * 0.82);
-    small.setBold(true);
-    p->setFont(small);
-    const QFontMetrics sfm(small);
-    int x = coverRect.left() + 4;
-    int y = coverRect.bottom() - sfm.height() - 6;
-    for (const LibraryBadge& b : badges) {
-        const int w = sfm.horizontalAdvance(b.text) + 10;
-        if (x + w > coverRect.right() - 2 && x > coverRect.left() + 4) {
-            x = coverRect.left() + 4;
-            y -= sfm.height() + 6;
-        }
-        const QRect pill(x, y, w, sfm.height() + 4);
-        p->setPen(Qt::NoPen);
-        p->setBrush(b.color());
-        p->drawRoundedRect(pill, pill.height() / 2.0, pill.height() / 2.0);
-        if (b.kind == LibraryBadge::Kind::building && b.progress > 0) {
-            QPainterPath clip;
-            clip.addRoundedRect(pill, pill.height() / 2.0, pill.height() / 2.0);
-            p->save();
-            p->setClipPath(clip);
-            p->fillRect(QRect(pill.left(), pill.top(), int(pill.width() * b.progress), pill.height()), QColor(255, 255, 255, 60));
-            p->restore();
-        }
-        p->setPen(Qt::white);
-        p->drawText(pill, Qt::AlignCenter, b.text);
-        x += w + 4;
-    }
+    CoverArt::paintBadges(p, coverRect.adjusted(4, 4, -4, -5), index.data(LibraryModel::BadgesRole).value<QList<LibraryBadge>>(),
+                          option.font, true);
 
     // Title (two lines at most) and author.
     const QRect text(option.rect.left() + kPad - 2, square.bottom() + 6, kCover + 4, option.rect.bottom() - square.bottom() - 6);

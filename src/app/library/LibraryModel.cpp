@@ -1,5 +1,6 @@
 #include "app/library/LibraryModel.h"
 
+#include "app/library/CoverArt.h"
 #include "app/library/LibraryBadge.h"
 #include "app/library/LibraryController.h"
 #include "app/library/ThumbnailCache.h"
@@ -214,8 +215,10 @@ QVariant LibraryModel::data(const QModelIndex& index, int role) const
         }
         }
     }
-    if (role == Qt::DecorationRole && index.column() == title)
-        return cover(*s, kListCover);
+    if (role == Qt::DecorationRole && index.column() == title) {
+        const QPixmap picture = cover(*s, kListCover);
+        return picture.isNull() ? CoverArt::placeholder(s->id, data(index, Qt::DisplayRole).toString(), kListCover) : picture;
+    }
     if (role == Qt::ToolTipRole) {
         if (s->needsAttention)
             return data(index, AttentionRole);

@@ -1,6 +1,7 @@
 #include "app/library/LibraryView.h"
 
 #include "app/library/AddBooksDialog.h"
+#include "app/library/BadgeColumnDelegate.h"
 #include "app/library/LibraryController.h"
 #include "app/library/LibraryFilterModel.h"
 #include "app/library/LibraryGridDelegate.h"
@@ -110,6 +111,7 @@ LibraryView::LibraryView(LibraryController& library, QWidget* parent)
     grid_->setContextMenuPolicy(Qt::ActionsContextMenu);
 
     list_->setModel(filter_);
+    list_->setItemDelegateForColumn(LibraryModel::state, new BadgeColumnDelegate(list_));
     list_->setSelectionModel(grid_->selectionModel());
     list_->setSelectionBehavior(QAbstractItemView::SelectRows);
     list_->setSelectionMode(QAbstractItemView::ExtendedSelection);

@@ -5,6 +5,7 @@
 
 #include <QColor>
 #include <QDir>
+#include <QFileInfo>
 
 #include <cmath>
 
@@ -81,7 +82,7 @@ QString QueueJobModel::detailText(const QueueJob& job)
     case QueueJobStatus::completed:
         for (auto it = job.attempts.rbegin(); it != job.attempts.rend(); ++it)
             if (it->outcome && it->outcome->kind == JobAttempt::Outcome::Kind::success)
-                return it->outcome->outputPath;
+                return L10n::format(L10n::text("app.queue.detail.built", "Built %@"), {QFileInfo(it->outcome->outputPath).fileName()});
         return QueueJobStatusLabel::text(job.status);
     case QueueJobStatus::failed:
     case QueueJobStatus::skipped:
@@ -127,6 +128,10 @@ QVariant QueueJobModel::data(const QModelIndex& index, int role) const
         }
     }
     if (role == Qt::ToolTipRole) {
+        if (index.column() == detail && job->status == QueueJobStatus::completed)
+            for (auto it = job->attempts.rbegin(); it != job->attempts.rend(); ++it)
+                if (it->outcome && it->outcome->kind == JobAttempt::Outcome::Kind::success)
+                    return it->outcome->outputPath;
         if (index.column() == detail)
             return detailText(*job);
         if (index.column() == output)

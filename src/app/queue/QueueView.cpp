@@ -1,6 +1,7 @@
 #include "app/queue/QueueView.h"
 
 #include "app/queue/QueueJobModel.h"
+#include "app/queue/QueueProgressDelegate.h"
 #include "app/queue/QueueWorkspace.h"
 #include "app/views/Ui.h"
 #include "core/EnumNames.h"
@@ -9,54 +10,24 @@
 #include "queue/QueueController.h"
 #include "queue/QueueService.h"
 
-#include <QApplication>
 #include <QFile>
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLocale>
-#include <QPainter>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSplitter>
-#include <QStyledItemDelegate>
 #include <QTableView>
 #include <QTableWidget>
 #include <QVBoxLayout>
 
 #include <algorithm>
-#include <cmath>
 
 namespace folivox {
 
 namespace {
-
-// The progress column as a bar while a job runs (and full when it is built).
-class ProgressDelegate : public QStyledItemDelegate {
-public:
-    using QStyledItemDelegate::QStyledItemDelegate;
-
-    void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override
-    {
-        const auto status = static_cast<QueueJobStatus>(index.data(QueueJobModel::StatusRole).toInt());
-        if (status != QueueJobStatus::running && status != QueueJobStatus::completed) {
-            QStyledItemDelegate::paint(painter, option, index);
-            return;
-        }
-        QStyledItemDelegate::paint(painter, option, QModelIndex());
-        QStyleOptionProgressBar bar;
-        bar.rect = option.rect.adjusted(4, 4, -4, -4);
-        bar.minimum = 0;
-        bar.maximum = 1000;
-        bar.progress = int(std::lround(std::clamp(index.data(QueueJobModel::ProgressRole).toDouble(), 0.0, 1.0) * 1000));
-        bar.text = index.data(Qt::DisplayRole).toString();
-        bar.textVisible = true;
-        bar.state = option.state | QStyle::State_Horizontal;
-        bar.palette = option.palette;
-        QApplication::style()->drawControl(QStyle::CE_ProgressBar, &bar, painter);
-    }
-};
 
 QString outcomeText(const JobAttempt& a)
 {
@@ -195,13 +166,14 @@ QueueView::QueueView(QueueWorkspace& queue, QWidget* parent)
 
     model_ = new QueueJobModel(*controller_, this);
     jobs_->setModel(model_);
-    jobs_->setItemDelegateForColumn(QueueJobModel::progress, new ProgressDelegate(jobs_));
+    jobs_->setItemDelegateForColumn(QueueJobModel::progress, new QueueProgressDelegate(jobs_));
     jobs_->setSelectionBehavior(QAbstractItemView::SelectRows);
     jobs_->setSelectionMode(QAbstractItemView::SingleSelection);
     jobs_->verticalHeader()->hide();
     jobs_->setAlternatingRowColors(true);
     jobs_->setShowGrid(false);
     jobs_->setWordWrap(false);
+    jobs_->setTextElideMode(Qt::ElideMiddle);
     jobs_->horizontalHeader()->setSectionResizeMode(QueueJobModel::book, QHeaderView::Interactive);
     jobs_->horizontalHeader()->resizeSection(QueueJobModel::book, 260);
     jobs_->horizontalHeader()->resizeSection(QueueJobModel::status, 100);
@@ -376,8 +348,10 @@ void QueueView::refreshAttempts()
         attempts_->setItem(i, 2, outcome);
     }
     log_->clear();
-    if (count > 0)
+    if (count > 0) {
         attempts_->selectRow(count - 1);
+        showLogOfAttempt(count - 1);
+    }
 }
 
 void QueueView::showLogOfAttempt(int row)

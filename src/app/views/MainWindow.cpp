@@ -655,7 +655,8 @@ void MainWindow::runBuild(bool replaceExisting)
     if (!runner_->start(request))
         return;
     buildToken_ = token;
-    buildSettings_ = request.settings;
+    buildInputs_ = BookBuildInputs::from(book_->state());
+    buildInputs_.settings = request.settings;
     if (QueueController* queue = queue_->controller())
         queue->setSingleExport(true, 0.0);
     buildBar_->showRunning(runner_->phase(), 0);
@@ -1062,13 +1063,11 @@ void MainWindow::recordBuild(const BuildResult& result)
 {
     const QStringList files = result.outcome.outputFiles.isEmpty() ? QStringList{result.outcome.outputPath}
                                                                    : result.outcome.outputFiles;
-    if (buildToken_ && library_->summary(buildToken_->bookID)) {
-        library_->recordBuild(buildToken_->bookID, buildToken_->revision, buildSettings_, files);
-    } else {
-        BookBuildInputs inputs = BookBuildInputs::from(book_->state());
-        inputs.settings = buildSettings_;
-        book_->setLastBuild(inputs.record(files));
-    }
+    const BuildRecord record = buildInputs_.record(files);
+    if (buildToken_ && library_->summary(buildToken_->bookID))
+        library_->recordBuild(buildToken_->bookID, buildToken_->revision, record);
+    else
+        book_->setLastBuild(record);
     buildToken_.reset();
 }
 

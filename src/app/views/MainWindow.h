@@ -3,6 +3,7 @@
 #include "app/build/BuildRunner.h"
 #include "app/settings/AppPreferences.h"
 #include "library/ActiveBookCoordinator.h"
+#include "library/BookBuildInputs.h"
 
 #include <QMainWindow>
 #include <QPointer>
@@ -157,7 +158,7 @@ private:
     QAction* updateInPlace_;
     QAction* keepInLibrary_;
     std::optional<ActiveBookCoordinator::BuildStartToken> buildToken_;
-    ExportSettings buildSettings_; // of the running build, as the book had them
+    BookBuildInputs buildInputs_; // of the running build: the book as it started
     BuildRunner* runner_;
     BookPlayer* player_;
     std::unique_ptr<WorkingStateStore> workingState_;
