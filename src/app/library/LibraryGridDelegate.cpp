@@ -10,6 +10,8 @@
 #include <QPainter>
 #include <QToolTip>
 
+#include <cmath>
+
 namespace folivox {
 
 namespace {
@@ -62,36 +64,73 @@ void LibraryGridDelegate::paint(QPainter* p, const QStyleOptionViewItem& option,
                           option.font, true);
 
     // Title (two lines at most) and author.
-    const QRect text(option.rect.left() + kPad - 2, square.bottom() + 6, kCover + 4, option.rect.bottom() - square.bottom() - 6);
+    const int textLeft = option.rect.left() + kPad - 2;
+    const int textWidth = kCover + 4;
+    const CardText& t = cardText(index.data(Qt::DisplayRole).toString(), index.data(LibraryModel::AuthorRole).toString(), option.font);
     QFont bold = option.font;
     bold.setBold(true);
-    const QFontMetrics bfm(bold);
     p->setFont(bold);
     p->setPen(option.palette.color(selected ? QPalette::Text : QPalette::WindowText));
-    QString title = index.data(Qt::DisplayRole).toString();
+    int line = square.bottom() + 6;
+    const auto centred = [&](const QStaticText& text) {
+        p->drawStaticText(QPointF(textLeft + (textWidth - text.size().width()) / 2.0, line), text);
+        line += int(std::ceil(text.size().height()));
+    };
+    centred(t.first);
+    if (!t.second.text().isEmpty())
+        centred(t.second);
+    p->setFont(option.font);
+    p->setPen(option.palette.color(QPalette::PlaceholderText));
+    line += 1;
+    centred(t.author);
+    p->restore();
+}
+
+const LibraryGridDelegate::CardText& LibraryGridDelegate::cardText(const QString& title, const QString& author,
+                                                                    const QFont& font) const
+{
+    if (font != textFont_ || texts_.size() > 4096) {
+        texts_.clear();
+        textFont_ = font;
+    }
+    const QString key = title + QChar(0x1f) + author;
+    auto it = texts_.find(key);
+    if (it != texts_.end())
+        return *it;
+    const int width = kCover + 4;
+    QFont bold = font;
+    bold.setBold(true);
+    const QFontMetrics bfm(bold);
     QString first = title, second;
-    if (bfm.horizontalAdvance(title) > text.width()) {
-        int cut = title.size();
-        while (cut > 1 && bfm.horizontalAdvance(title.left(cut)) > text.width())
-            --cut;
-        const int space = title.lastIndexOf(u' ', cut);
+    if (bfm.horizontalAdvance(title) > width) {
+        // The longest start that fits, cut at a space when there is one.
+        int low = 1, high = int(title.size());
+        while (low < high) {
+            const int mid = (low + high + 1) / 2;
+            if (bfm.horizontalAdvance(title.left(mid)) <= width)
+                low = mid;
+            else
+                high = mid - 1;
+        }
+        int cut = low;
+        const int space = int(title.lastIndexOf(u' ', cut));
         if (space > 0)
             cut = space;
         first = title.left(cut);
-        second = bfm.elidedText(title.mid(cut).trimmed(), Qt::ElideRight, text.width());
+        second = bfm.elidedText(title.mid(cut).trimmed(), Qt::ElideRight, width);
     }
-    p->drawText(QRect(text.left(), text.top(), text.width(), bfm.height()), Qt::AlignHCenter | Qt::AlignTop, first);
-    int line = text.top() + bfm.height();
-    if (!second.isEmpty()) {
-        p->drawText(QRect(text.left(), line, text.width(), bfm.height()), Qt::AlignHCenter | Qt::AlignTop, second);
-        line += bfm.height();
-    }
-    p->setFont(option.font);
-    p->setPen(option.palette.color(QPalette::PlaceholderText));
-    const QFontMetrics fm(option.font);
-    p->drawText(QRect(text.left(), line + 1, text.width(), fm.height()), Qt::AlignHCenter | Qt::AlignTop,
-                fm.elidedText(index.data(LibraryModel::AuthorRole).toString(), Qt::ElideRight, text.width()));
-    p->restore();
+    CardText t;
+    const auto make = [](const QString& text, const QFont& f) {
+        QStaticText s(text);
+        s.setTextFormat(Qt::PlainText);
+        s.setPerformanceHint(QStaticText::AggressiveCaching);
+        s.prepare(QTransform(), f);
+        return s;
+    };
+    t.first = make(first, bold);
+    t.second = make(second, bold);
+    t.author = make(QFontMetrics(font).elidedText(author, Qt::ElideRight, width), font);
+    return *texts_.insert(key, t);
 }
 
 bool LibraryGridDelegate::helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <QFont>
+#include <QHash>
+#include <QStaticText>
 #include <QStyledItemDelegate>
 
 namespace folivox {
@@ -19,6 +22,19 @@ public:
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
     bool helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
                    const QModelIndex& index) override;
+
+private:
+    // A card's text laid out once (two lines of title, the author): laying
+    // out text is most of what drawing a card costs.
+    struct CardText {
+        QStaticText first;
+        QStaticText second;
+        QStaticText author;
+    };
+    const CardText& cardText(const QString& title, const QString& author, const QFont& font) const;
+
+    mutable QHash<QString, CardText> texts_;
+    mutable QFont textFont_;
 };
 
 } // namespace folivox

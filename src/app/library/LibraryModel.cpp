@@ -28,7 +28,7 @@ LibraryModel::LibraryModel(LibraryController& library, ThumbnailCache& thumbnail
     connect(&thumbnails_, &ThumbnailCache::ready, this, [this](const QUuid& id) {
         const QModelIndex i = indexOf(id);
         if (i.isValid())
-            Q_EMIT dataChanged(i, i, {CoverRole, Qt::DecorationRole});
+            Q_EMIT dataChanged(i, i, {CoverRole, ListCoverRole, Qt::DecorationRole});
     });
     refresh();
 }
@@ -165,7 +165,7 @@ QPixmap LibraryModel::cover(const LibraryBookSummary& s, int size) const
 {
     if (!s.hasThumb)
         return {};
-    return thumbnails_.thumbnail(s.id, library_.thumbnailPath(s.id), s.editedAt.toString(Qt::ISODateWithMs), size);
+    return thumbnails_.thumbnail(s.id, library_.thumbnailPath(s.id), QString::number(s.editedAt.toMSecsSinceEpoch()), size);
 }
 
 QVariant LibraryModel::data(const QModelIndex& index, int role) const
@@ -182,6 +182,7 @@ QVariant LibraryModel::data(const QModelIndex& index, int role) const
     case SearchTextRole:
         return (s->title + u' ' + s->author.value_or(QString()) + u' ' + s->narrator.value_or(QString())).toLower();
     case CoverRole: return cover(*s, kGridCover);
+    case ListCoverRole: return cover(*s, kListCover);
     case BadgesRole: {
         std::optional<QueueController::BookBadge> badge;
         if (queue_ && queue_->bookStatus().contains(s->id))

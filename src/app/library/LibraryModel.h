@@ -29,6 +29,7 @@ public:
         IdRole = Qt::UserRole + 1,
         BadgesRole,      // QList<LibraryBadge>
         CoverRole,       // QPixmap at the grid's size, null while it loads
+        ListCoverRole,   // QPixmap at the list's size, null while it loads
         AuthorRole,      // text
         DurationRole,    // seconds
         CreatedRole,     // QDateTime

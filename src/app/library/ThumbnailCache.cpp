@@ -39,29 +39,22 @@ QPixmap ThumbnailCache::thumbnail(const QUuid& id, const QString& path, const QS
     const QString key = keyOf(id, version, size);
     if (const QPixmap* hit = pixmaps_.object(key))
         return *hit;
-    if (failed_.contains(key) || path.isEmpty())
+    if (path.isEmpty() || failed_.contains(key) || asked_.contains(key))
         return {};
+    // Newest first; the oldest requests give way (they are asked again when
+    // their books come into view again).
+    QStringList dropped;
     {
         std::lock_guard lock(mutex_);
-        if (queued_.contains(key)) {
-            // Asked again: it is wanted now, so it goes to the front.
-            for (auto it = waiting_.begin(); it != waiting_.end(); ++it) {
-                if (it->key == key) {
-                    Request r = *it;
-                    waiting_.erase(it);
-                    waiting_.push_front(r);
-                    break;
-                }
-            }
-            return {};
-        }
         waiting_.push_front(Request{key, id, path, size});
-        queued_.insert(key);
         while (static_cast<int>(waiting_.size()) > kMaxWaiting) {
-            queued_.remove(waiting_.back().key);
+            dropped << waiting_.back().key;
             waiting_.pop_back();
         }
     }
+    asked_.insert(key);
+    for (const QString& d : dropped)
+        asked_.remove(d);
     wake_.notify_one();
     return {};
 }
@@ -71,6 +64,7 @@ void ThumbnailCache::forget(const QUuid& id)
     for (const QString& key : keysOfBook_.take(id)) {
         pixmaps_.remove(key);
         failed_.remove(key);
+        asked_.remove(key);
     }
 }
 
@@ -100,10 +94,7 @@ void ThumbnailCache::decodeLoop()
 
 void ThumbnailCache::deliver(const Request& request, const QImage& image)
 {
-    {
-        std::lock_guard lock(mutex_);
-        queued_.remove(request.key);
-    }
+    asked_.remove(request.key);
     keysOfBook_[request.id].insert(request.key);
     if (image.isNull()) {
         failed_.insert(request.key);

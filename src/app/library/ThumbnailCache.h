@@ -56,14 +56,15 @@ private:
     void deliver(const Request& request, const QImage& image);
     static QString keyOf(const QUuid& id, const QString& version, int size);
 
-    QCache<QString, QPixmap> pixmaps_; // main thread
-    QSet<QString> failed_;             // main thread: files that do not decode
+    // Main thread.
+    QCache<QString, QPixmap> pixmaps_;
+    QSet<QString> failed_; // files that do not decode
+    QSet<QString> asked_;  // queued or being decoded
     QHash<QUuid, QSet<QString>> keysOfBook_;
 
     mutable std::mutex mutex_; // guards the queue below
     std::condition_variable wake_;
     std::deque<Request> waiting_;
-    QSet<QString> queued_;
     bool stopping_ = false;
     std::thread decoder_;
 };
