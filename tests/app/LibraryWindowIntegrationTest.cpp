@@ -215,3 +215,30 @@ TEST(LibraryWindow, OpeningABookSwitchesAndABusyOrFailedSwitchIsShown)
     EXPECT_TRUE(WindowDriver::waitUntil([&] { return s.shown("Emma").data(Qt::ToolTipRole).toString().contains(source); }, 5000))
         << s.shown("Emma").data(Qt::ToolTipRole).toString().toStdString();
 }
+
+TEST(LibraryWindow, ALibraryBookOpenAtQuitIsOpenAgainAtTheNextStart)
+{
+    folivox::test::PrivateHome home;
+    QTemporaryDir dir;
+    const QString folder = dir.filePath(QStringLiteral("Persuasion"));
+    ASSERT_TRUE(WindowDriver::makeBookFolder(folder, 2, 1.0, false));
+    QUuid id;
+    {
+        MainWindow first;
+        first.show();
+        first.libraryView()->addFolders({folder});
+        ASSERT_TRUE(WindowDriver::waitUntil([&] { return first.libraryView()->addDialog() && first.libraryView()->addDialog()->isFinished(); },
+                                            60000));
+        ASSERT_EQ(first.library().summaries().size(), 1u);
+        id = first.library().summaries().front().id;
+        ASSERT_EQ(first.switchToLibraryBook(id).kind, ActiveBookCoordinator::SwitchResult::Kind::switched);
+        ASSERT_TRUE(first.book().renameChapter(1, QStringLiteral("The Letter")));
+        ASSERT_TRUE(first.close());
+    }
+    MainWindow second;
+    second.restoreWorkingState();
+    EXPECT_EQ(second.library().openBookID(), id);
+    ASSERT_EQ(second.book().chapters().size(), 2u);
+    EXPECT_EQ(second.book().chapters()[1].title, QStringLiteral("The Letter"));
+    EXPECT_EQ(second.book().id(), id);
+}

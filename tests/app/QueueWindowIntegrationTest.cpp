@@ -289,3 +289,56 @@ TEST(QueueWindow, ADestinationThatFillsUpHaltsTheQueueWithItsBannerUntilTheFaile
     EXPECT_EQ(statuses(*view), (QStringList{"Completed", "Completed"}));
     EXPECT_TRUE(QFileInfo::exists(QDir(small).filePath(QStringLiteral("Dune.m4b"))));
 }
+
+TEST(QueueWindow, AJobCutShortByACrashWaitsAsInterruptedUntilResumeBuildsIt)
+{
+    folivox::test::PrivateHome home;
+    QTemporaryDir dir;
+    const QString folder = dir.filePath(QStringLiteral("Middlemarch"));
+    ASSERT_TRUE(WindowDriver::makeBookFolder(folder, 2, 1.0, false));
+    const QString out = dir.filePath(QStringLiteral("out"));
+    ASSERT_TRUE(QDir().mkpath(out));
+    QUuid book;
+    QString queueFile;
+    {
+        MainWindow first;
+        sendQueueTo(first, out);
+        first.libraryView()->addFolders({folder});
+        ASSERT_TRUE(WindowDriver::waitUntil([&] { return first.libraryView()->addDialog() && first.libraryView()->addDialog()->isFinished(); },
+                                            60000));
+        book = first.library().summaries().front().id;
+        first.addBooksToQueue({book});
+        ASSERT_TRUE(WindowDriver::waitUntil([&] { return first.queue().controller()->jobs().size() == 1; }, 5000));
+        queueFile = first.queue().store()->queueFileURL();
+    }
+    // As a crash leaves it: the job saved as running.
+    QFile f(queueFile);
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    QByteArray text = f.readAll();
+    f.close();
+    ASSERT_TRUE(text.contains("\"status\": \"pending\""));
+    text.replace("\"status\": \"pending\"", "\"status\": \"running\"");
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    f.write(text);
+    f.close();
+
+    MainWindow second;
+    second.show();
+    second.showView(MainWindow::View::queue);
+    QueueView* view = second.queueView();
+    QueueController& controller = *second.queue().controller();
+    EXPECT_EQ(statuses(*view), QStringList{"Interrupted"});
+    EXPECT_FALSE(view->startButton()->isEnabled()); // nothing pending: an interrupted job waits for Resume
+    bool marked = false;
+    const QModelIndex shown = second.libraryView()->filter()->mapFromSource(second.libraryView()->model()->indexOf(book));
+    for (const LibraryBadge& b : shown.data(LibraryModel::BadgesRole).value<QList<LibraryBadge>>())
+        marked = marked || b.kind == LibraryBadge::Kind::interrupted;
+    EXPECT_TRUE(marked);
+    ASSERT_TRUE(view->resumeButton()->isEnabled());
+    QTest::mouseClick(view->resumeButton(), Qt::LeftButton);
+    ASSERT_TRUE(WindowDriver::waitUntil([&] { return !controller.isProcessing() && statuses(*view) == QStringList{"Completed"}; }, 120000));
+    view->selectJob(controller.jobs().front().id);
+    ASSERT_EQ(view->attemptList()->rowCount(), 1);
+    EXPECT_TRUE(view->attemptList()->item(0, 2)->text().startsWith(QStringLiteral("Built: ")));
+    EXPECT_TRUE(QFileInfo::exists(QDir(out).filePath(QStringLiteral("Middlemarch.m4b"))));
+}

@@ -67,12 +67,13 @@ LibraryController::~LibraryController()
         return;
     try {
         noteEdit();
-        store_->flush();
     } catch (const Error& e) {
-        log(QStringLiteral("the library's pending saves could not be written: ") + e.description());
+        log(QStringLiteral("the open book could not be saved: ") + e.description());
     }
-    store_->onSummariesChanged = nullptr;
+    // The store writes what is pending and stops its autosave thread; what it
+    // still tells goes to this object's queue, which is dropped with it.
     coordinator_.reset();
+    store_.reset();
 }
 
 std::optional<int> LibraryController::newerLibraryVersion() const

@@ -17,6 +17,7 @@
 #include "queue/QueueService.h"
 #include "queue/QueueStore.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QPointer>
 
@@ -79,10 +80,10 @@ QueueWorkspace::~QueueWorkspace()
     delete server_;
     delete controller_;
     controller_ = nullptr;
-    if (service_) {
-        service_->onBookBuilt = nullptr;
-        service_.reset(); // cancels a running job and waits for the run loop
-    }
+    // Cancels a running job and waits for the run loop; a build that ended
+    // meanwhile has posted its record here, and the library still gets it.
+    service_.reset();
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
 }
 
 bool QueueWorkspace::isBuilding() const
