@@ -102,4 +102,16 @@ TEST(DamageWindow, ADamagedMp3ShowsItsHoleAndRepairGivesACleanCopyToBuildFrom)
     EXPECT_EQ(window.book().tracks()[1].url.toLocalFile(), damaged);
     ASSERT_TRUE(WindowDriver::waitUntil([&] { return checkOf(window, 1) == QStringLiteral("Damaged"); }, 30000));
     EXPECT_TRUE(panel->isVisible());
+
+    // A copy made and not used is not left behind; the first one, which the
+    // redo history still names, stays.
+    QTest::mouseClick(panel->repairButton(), Qt::LeftButton);
+    ASSERT_TRUE(WindowDriver::waitUntil([&] { return !WindowDriver::alerts(window).isEmpty(); }, 60000));
+    const QStringList repaired = QDir(QFileInfo(copy).absolutePath()).entryList(QDir::Files);
+    EXPECT_EQ(repaired.size(), 2);
+    for (QAbstractButton* b : WindowDriver::alerts(window).first()->buttons())
+        if (b->text() == QStringLiteral("Keep the Damaged Files"))
+            b->click();
+    EXPECT_EQ(window.book().tracks()[1].url.toLocalFile(), damaged);
+    EXPECT_EQ(QDir(QFileInfo(copy).absolutePath()).entryList(QDir::Files), QStringList{QFileInfo(copy).fileName()});
 }

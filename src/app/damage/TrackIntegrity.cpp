@@ -145,7 +145,7 @@ bool TrackIntegrity::repairDamaged()
         }
         const QString source = t.url.toLocalFile();
         const auto r = service_->report(t.id);
-        jobs.push_back(Job{t.id, source, QDir(folder).filePath(t.id.toString(QUuid::Id128).left(8) + u'-' + QFileInfo(source).fileName()),
+        jobs.push_back(Job{t.id, source, QDir(folder).filePath(QUuid::createUuid().toString(QUuid::Id128).left(8) + u'-' + QFileInfo(source).fileName()),
                            r && r->bitrateKbps ? std::optional<int>(*r->bitrateKbps * 1000) : std::nullopt,
                            r ? r->trueDuration : t.duration});
     }

@@ -12,6 +12,7 @@
 #include "platform/L10n.h"
 
 #include <QAbstractButton>
+#include <QAction>
 #include <QComboBox>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -108,7 +109,6 @@ LibraryView::LibraryView(LibraryController& library, QWidget* parent)
     grid_->setWordWrap(true);
     grid_->setMouseTracking(true);
     grid_->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
-    grid_->setContextMenuPolicy(Qt::ActionsContextMenu);
 
     list_->setModel(filter_);
     list_->setItemDelegateForColumn(LibraryModel::state, new BadgeColumnDelegate(list_));
@@ -189,11 +189,30 @@ LibraryView::LibraryView(LibraryController& library, QWidget* parent)
             Q_EMIT addToQueueRequested(ids);
     });
     connect(remove_, &QPushButton::clicked, this, &LibraryView::removeSelected);
+    // The same actions on a book's context menu.
+    auto* openAction = new QAction(open_->text(), this);
+    auto* queueAction = new QAction(queue_->text(), this);
+    auto* removeAction = new QAction(remove_->text(), this);
+    connect(openAction, &QAction::triggered, open_, &QPushButton::click);
+    connect(queueAction, &QAction::triggered, queue_, &QPushButton::click);
+    connect(removeAction, &QAction::triggered, remove_, &QPushButton::click);
+    connect(this, &LibraryView::selectionStateChanged, this, [=, this] {
+        openAction->setEnabled(open_->isEnabled());
+        queueAction->setEnabled(queue_->isEnabled());
+        removeAction->setEnabled(remove_->isEnabled());
+    });
     for (QAbstractItemView* v : {static_cast<QAbstractItemView*>(grid_), static_cast<QAbstractItemView*>(list_)}) {
         connect(v, &QAbstractItemView::activated, this, &LibraryView::activated);
         auto* del = new QShortcut(QKeySequence::Delete, v, nullptr, nullptr, Qt::WidgetShortcut);
         connect(del, &QShortcut::activated, this, &LibraryView::removeSelected);
+        v->setContextMenuPolicy(Qt::ActionsContextMenu);
+        v->addActions({openAction, queueAction, removeAction});
     }
+    auto* find = new QShortcut(QKeySequence::Find, this);
+    connect(find, &QShortcut::activated, search_, [this] {
+        search_->setFocus();
+        search_->selectAll();
+    });
     connect(grid_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &LibraryView::refreshState);
     connect(&library_, &LibraryController::summariesChanged, this, &LibraryView::refreshState);
     connect(&library_, &LibraryController::removalsChanged, this, &LibraryView::refreshState);
@@ -341,6 +360,7 @@ void LibraryView::refreshState()
     open_->setEnabled(available && selected == 1);
     queue_->setEnabled(available && selected > 0);
     remove_->setEnabled(available && selected > 0);
+    Q_EMIT selectionStateChanged();
     const int total = model_->rowCount();
     const int shown = filter_->rowCount();
     count_->setText(shown == total ? L10n::format(L10n::text("app.library.count", "%d books"), {QString::number(total)})

@@ -74,6 +74,8 @@ public:
 Q_SIGNALS:
     void openRequested(const QUuid& id);
     void addToQueueRequested(const QList<QUuid>& ids);
+    // What can be done with the selection changed.
+    void selectionStateChanged();
 
 protected:
     void dragEnterEvent(QDragEnterEvent* event) override;

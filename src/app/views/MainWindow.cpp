@@ -43,6 +43,7 @@
 #include <QDir>
 #include <QDropEvent>
 #include <QEventLoop>
+#include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QLabel>
@@ -849,9 +850,13 @@ void MainWindow::offerRepairedCopies(const QMap<QUuid, QUrl>& copies, const QStr
     box->setWindowModality(Qt::WindowModal);
     const QUuid book = book_->id();
     connect(box, &QMessageBox::buttonClicked, this, [this, use, copies, book](QAbstractButton* b) {
-        if (b != use || book_->id() != book)
+        if (b == use && book_->id() == book) {
+            book_->replaceTrackFiles(copies, L10n::text("app.undo.useRepaired", "Use Repaired Copies"));
             return;
-        book_->replaceTrackFiles(copies, L10n::text("app.undo.useRepaired", "Use Repaired Copies"));
+        }
+        // Not used: nothing else leads to them, so they don't stay behind.
+        for (const QUrl& copy : copies)
+            QFile::remove(copy.toLocalFile());
     });
     alerts_.removeAll(nullptr);
     alerts_ << box;
