@@ -1,4 +1,6 @@
 // folivox-app: the desktop window.
+#include "app/book/OpenBook.h"
+#include "app/library/LibraryController.h"
 #include "app/playback/BookPlayer.h"
 #include "app/views/MainWindow.h"
 #include "platform/L10n.h"
@@ -36,6 +38,9 @@ int main(int argc, char** argv)
             paths << QFileInfo(f).absoluteFilePath();
         window.openPaths(paths);
     }
+    // With no book to show, the window opens on the library's shelf.
+    if (window.book().isEmpty() && !window.library().summaries().empty())
+        window.showView(folivox::MainWindow::View::library);
     window.show();
     return app.exec();
 }

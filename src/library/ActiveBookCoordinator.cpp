@@ -168,6 +168,38 @@ ActiveBookCoordinator::SwitchResult ActiveBookCoordinator::switchTo(const QUuid&
     return SwitchResult::switched();
 }
 
+bool ActiveBookCoordinator::closeCurrentBook(const BookSession::TearDownReason& reason)
+{
+    if (exclusiveOperation_) {
+        log(QStringLiteral("closing the open book refused: %1 is running").arg(operationName(*exclusiveOperation_)));
+        return false;
+    }
+    if (currentBookID_) {
+        try {
+            saveOpenBook();
+        } catch (const Error& e) {
+            log(QStringLiteral("saving the open book before closing it failed: ") + e.description());
+        }
+    }
+    // The tear-down empties the stores; the record is no longer the open
+    // book's, so nothing it changes reaches the library.
+    const std::optional<QUuid> closed = currentBookID_;
+    currentBookID_.reset();
+    currentRevision_ = 0;
+    currentBuiltRevision_ = 0;
+    currentSettings_.reset();
+    currentLastBuild_.reset();
+    currentSources_.clear();
+    accessedURLs_.clear();
+    currentTracks_.clear();
+    lastFingerprint_ = 0;
+    store.setActiveBookID(std::nullopt);
+    session_.tearDown(reason);
+    if (closed)
+        log(QStringLiteral("closed %1").arg(LibraryPersistence::folderName(*closed)));
+    return true;
+}
+
 std::optional<ActiveBookCoordinator::BuildStartToken> ActiveBookCoordinator::buildStartToken() const
 {
     if (!currentBookID_)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/book/BookSession.h"
 #include "core/book/BookStateDTO.h"
 #include "core/book/BuildRecord.h"
 #include "core/settings/ExportSettings.h"
@@ -17,7 +18,6 @@
 namespace folivox {
 
 class BookMetadataStore;
-class BookSession;
 class BookmarksStore;
 class BookmarksUndoManager;
 class ChapterViewModel;
@@ -89,6 +89,10 @@ public:
     bool absorbNextSettingsUpdate = false;
 
     SwitchResult switchTo(const QUuid& id);
+    // Closes the open book: it is saved and written, the stores are torn
+    // down for `reason`, and no book is open afterwards. Refused (false)
+    // while an exclusive operation runs.
+    bool closeCurrentBook(const BookSession::TearDownReason& reason);
 
     // Exclusive operations. begin fails (false) while another one runs.
     std::optional<ExclusiveOperation> exclusiveOperation() const { return exclusiveOperation_; }

@@ -33,6 +33,13 @@ BuildRecord BookBuildInputs::record(const QStringList& outputPaths, const QDateT
         o.modifiedAt = info.exists() ? info.lastModified().toUTC() : r.builtAt;
         r.outputs.push_back(o);
     }
+    double start = 0;
+    for (const Bookmark& b : bookmarks) {
+        r.chapters.push_back(ChapterSnapshot{b.title, start, b.duration,
+                                             b.tracks.empty() ? std::nullopt : std::optional(b.tracks.front().url),
+                                             ChapterSnapshot::fingerprint(b.artworkData)});
+        start += b.duration;
+    }
     return r;
 }
 

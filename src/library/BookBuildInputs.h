@@ -31,7 +31,7 @@ struct BookBuildInputs {
     static BookBuildInputs from(const BookStateDTO& state);
 
     // The record of a finished build of these inputs: each output's size and
-    // modification time as the disk has them now.
+    // modification time as the disk has them now, and the chapters built.
     BuildRecord record(const QStringList& outputPaths, const QDateTime& builtAt = QDateTime::currentDateTimeUtc()) const;
 };
 

@@ -97,6 +97,8 @@ BookStateDTO richState()
     r.format = OutputFormat::mp3;
     r.outputs = {{QStringLiteral("/out/Dune/01.mp3"), 123456789012ULL, at("2024-03-04T05:06:07.000Z")},
                  {QStringLiteral("/out/Dune/02.mp3"), 1, at("2024-03-04T05:06:08.001Z")}};
+    r.chapters = {ChapterSnapshot{QStringLiteral("One"), 0, 61.5, QUrl::fromLocalFile(QStringLiteral("/books/Dune/01.mp3")), std::nullopt},
+                  ChapterSnapshot{QStringLiteral("Two"), 61.5, 30.25, std::nullopt, 42}};
     s.lastBuild = r;
     return s;
 }

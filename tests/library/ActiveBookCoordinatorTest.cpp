@@ -158,3 +158,35 @@ TEST_F(ActiveBookCoordinatorTest, TheOpenBookIsSavedBeforeASwitchAndEditsRaiseTh
     coordinator.setCurrentSettings(changed);
     EXPECT_EQ(coordinator.currentRevision(), emmaRevision + 1);
 }
+
+TEST_F(ActiveBookCoordinatorTest, ClosingTheOpenBookSavesItAndLeavesNoBookOpen)
+{
+    ASSERT_EQ(coordinator.switchTo(dune.id).kind, Kind::switched);
+    std::vector<Bookmark> edited = bookmarks.bookmarks();
+    edited[1].title = QStringLiteral("Arrakis");
+    bookmarks.setBookmarks(edited);
+    coordinator.noteEdit();
+    const int revision = coordinator.currentRevision();
+
+    // Refused while an operation that rewrites records runs.
+    ASSERT_TRUE(coordinator.beginExclusive(Op::mergingBooks));
+    EXPECT_FALSE(coordinator.closeCurrentBook(BookSession::TearDownReason::newBook()));
+    EXPECT_EQ(coordinator.currentBookID(), dune.id);
+    coordinator.endExclusive();
+
+    hookCalls.clear();
+    ASSERT_TRUE(coordinator.closeCurrentBook(BookSession::TearDownReason::newBook()));
+    EXPECT_EQ(hookCalls, (QStringList{"cancelImport", "resetImportState"}));
+    EXPECT_FALSE(coordinator.currentBookID());
+    EXPECT_FALSE(store.activeBookID());
+    EXPECT_TRUE(bookmarks.bookmarks().empty());
+    // Written at once, with the edit, not left to the autosave.
+    EXPECT_FALSE(store.hasPendingSave(dune.id));
+    const BookStateDTO saved = persistence->readBook(dune.id).state;
+    EXPECT_EQ(saved.revision, revision);
+    EXPECT_EQ(saved.bookmarks[1].title, QStringLiteral("Arrakis"));
+    // With no book open, an edit of the empty stores reaches no record.
+    coordinator.noteEdit();
+    EXPECT_FALSE(store.hasPendingSave(dune.id));
+    EXPECT_EQ(persistence->readBook(dune.id).state.bookmarks.size(), 2u);
+}

@@ -7,6 +7,7 @@
 #include "library/BookBuildInputs.h"
 #include "library/BookIdPrefix.h"
 #include "library/BuildStatus.h"
+#include "library/LibraryAttention.h"
 #include "library/LibraryStore.h"
 
 #include <QBuffer>
@@ -217,6 +218,58 @@ TEST_F(LibraryStoreTest, AnUnreadableRecordIsListedAsNeedingAttention)
     EXPECT_EQ(store.summary(id)->title, QStringLiteral("Dune"));
 }
 
+TEST_F(LibraryStoreTest, EachKindOfAttentionSaysWhyAndASourceThatCameBackClearsIt)
+{
+    LibraryStore store(persistence);
+    store.load();
+    const BookStateDTO fine = bookIn(sources(), QStringLiteral("Fine"));
+    const BookStateDTO gone = bookIn(sources(), QStringLiteral("Gone"), 3);
+    const BookStateDTO broken = bookIn(sources(), QStringLiteral("Broken"));
+    const BookStateDTO newer = bookIn(sources(), QStringLiteral("Newer"));
+    for (const BookStateDTO& s : {fine, gone, broken, newer})
+        store.saveNow(s);
+    EXPECT_FALSE(LibraryAttention::find(store, fine.id));
+
+    // Sources gone: which files, by path.
+    const QString missing = gone.tracks[1].url.toLocalFile();
+    ASSERT_TRUE(QFile::rename(missing, missing + QStringLiteral(".away")));
+    store.refreshAttention(gone.id, true);
+    auto a = LibraryAttention::find(store, gone.id);
+    ASSERT_TRUE(a);
+    EXPECT_EQ(a->kind, LibraryAttention::Kind::sourcesGone);
+    EXPECT_EQ(a->missing, QStringList{missing});
+    EXPECT_TRUE(a->text().contains(missing)) << a->text().toStdString();
+
+    // A record that can't be decoded is set aside, and the text names the copy.
+    writeAll(persistence->bookFile(broken.id), "{ not json");
+    EXPECT_THROW(store.loadState(broken.id), LibraryPersistenceError);
+    a = LibraryAttention::find(store, broken.id);
+    ASSERT_TRUE(a);
+    EXPECT_EQ(a->kind, LibraryAttention::Kind::quarantined);
+    EXPECT_TRUE(a->text().contains(persistence->bookFile(broken.id) + QStringLiteral(".corrupt"))) << a->text().toStdString();
+
+    // A record of a newer program: left as it is, with its version.
+    const QByteArray future = R"({"schemaVersion":3,"state":{}})";
+    writeAll(persistence->bookFile(newer.id), future);
+    EXPECT_THROW(store.loadState(newer.id), LibraryPersistenceError);
+    a = LibraryAttention::find(store, newer.id);
+    ASSERT_TRUE(a);
+    EXPECT_EQ(a->kind, LibraryAttention::Kind::newerLibrary);
+    EXPECT_EQ(a->version, 3);
+    EXPECT_TRUE(a->text().contains(QStringLiteral("version 3"))) << a->text().toStdString();
+    EXPECT_EQ(readAll(persistence->bookFile(newer.id)), future);
+
+    // The missing file is back: the mark goes, in the index too.
+    ASSERT_TRUE(QFile::rename(missing + QStringLiteral(".away"), missing));
+    EXPECT_FALSE(LibraryAttention::find(store, gone.id));
+    EXPECT_FALSE(store.summary(gone.id)->needsAttention);
+    for (const LibraryBookSummary& listed : persistence->readIndex().books) {
+        if (listed.id == gone.id) {
+            EXPECT_FALSE(listed.needsAttention);
+        }
+    }
+}
+
 TEST_F(LibraryStoreTest, ABuildIsRecordedAndTellsWhenARebuildIsDue)
 {
     LibraryStore store(persistence);
@@ -238,6 +291,12 @@ TEST_F(LibraryStoreTest, ABuildIsRecordedAndTellsWhenARebuildIsDue)
     ASSERT_TRUE(built.lastBuild);
     EXPECT_EQ(built.lastBuild->revision, 4);
     EXPECT_EQ(built.lastBuild->outputs[0].size, 1234u);
+    // The chapters built, on the book's own clock, with their first tracks.
+    ASSERT_EQ(built.lastBuild->chapters.size(), s.bookmarks.size());
+    EXPECT_EQ(built.lastBuild->chapters[1].title, s.bookmarks[1].title);
+    EXPECT_DOUBLE_EQ(built.lastBuild->chapters[1].startTime, s.bookmarks[0].duration);
+    EXPECT_DOUBLE_EQ(built.lastBuild->chapters[1].duration, s.bookmarks[1].duration);
+    EXPECT_EQ(built.lastBuild->chapters[1].firstTrackURL, s.bookmarks[1].tracks.front().url);
     EXPECT_TRUE(BuildStatus::rebuildReasons(built).isEmpty());
     const LibraryBookSummary sum = *store.summary(s.id);
     EXPECT_EQ(sum.builtRevision, 4);

@@ -462,10 +462,67 @@ void OpenBook::finishImport(int generation, const std::shared_ptr<ImportOutcome>
 void OpenBook::newBook()
 {
     session_->tearDown(BookSession::TearDownReason::newBook());
+    resetIdentity();
+}
+
+void OpenBook::resetIdentity()
+{
     id_ = QUuid::createUuid();
     createdAt_ = QDateTime::currentDateTimeUtc();
     revision_ = 1;
+    setLastBuild(std::nullopt);
     Q_EMIT undoStateChanged();
+}
+
+void OpenBook::setLastBuild(const std::optional<BuildRecord>& record)
+{
+    if (record == lastBuild_)
+        return;
+    lastBuild_ = record;
+    Q_EMIT lastBuildChanged();
+}
+
+void OpenBook::adoptLibraryBook(const BookStateDTO& state)
+{
+    id_ = state.id;
+    revision_ = state.revision;
+    createdAt_ = state.createdAt;
+    sources_ = state.sources;
+    tracks_ = state.tracks;
+    chapterSource_ = L10n::text("app.chapters.source.library", "Chapters as saved in the library");
+    offer_.reset();
+    Q_EMIT tracksChanged();
+    Q_EMIT chaptersChanged();
+    Q_EMIT metadataChanged();
+    Q_EMIT offerChanged();
+    settings_ = state.settings;
+    Q_EMIT settingsChanged();
+    setLastBuild(state.lastBuild);
+    Q_EMIT undoStateChanged();
+}
+
+bool OpenBook::replaceTrackFiles(const QMap<QUuid, QUrl>& files, const QString& actionName)
+{
+    // The new file is another file: its size and date are not the probed ones.
+    const auto swap = [&files](Track& t) {
+        if (!files.contains(t.id) || files.value(t.id) == t.url)
+            return false;
+        t = t.withUrl(files.value(t.id));
+        t.cachedFileSize.reset();
+        t.cachedFileModificationDate.reset();
+        return true;
+    };
+    Snapshot after = snapshot();
+    bool changed = false;
+    for (Track& t : after.tracks)
+        changed = swap(t) || changed;
+    if (!changed)
+        return false;
+    for (Bookmark& b : after.chapters)
+        for (Track& t : b.tracks)
+            swap(t);
+    perform(actionName, std::move(after));
+    return true;
 }
 
 BookStateDTO OpenBook::state() const
@@ -480,6 +537,7 @@ BookStateDTO OpenBook::state() const
     s.bookmarks = chapters();
     s.metadata = metadata();
     s.settings = settings_;
+    s.lastBuild = lastBuild_;
     return s;
 }
 
@@ -499,6 +557,7 @@ void OpenBook::restore(const BookStateDTO& state)
     metadataStore_.setMetadata(state.metadata);
     settings_ = state.settings;
     Q_EMIT settingsChanged();
+    setLastBuild(state.lastBuild);
     undo_.removeAll();
     Q_EMIT undoStateChanged();
 }

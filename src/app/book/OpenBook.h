@@ -5,6 +5,7 @@
 #include "core/book/BookMetadataStore.h"
 #include "core/book/BookSession.h"
 #include "core/book/BookStateDTO.h"
+#include "core/book/BuildRecord.h"
 #include "core/book/BookmarksStore.h"
 #include "core/book/BookmarksUndoManager.h"
 #include "core/chapters/ChapterViewModel.h"
@@ -12,6 +13,7 @@
 #include "core/book/TrackSortMode.h"
 #include "export/settings/AudiobookSourceInfo.h"
 
+#include <QMap>
 #include <QObject>
 #include <QStringList>
 
@@ -54,6 +56,12 @@ public:
     ImportedBook importedBook() const;
 
     BookSession& session() { return *session_; }
+    std::weak_ptr<ImportCoordinator> importer() const { return importer_; }
+    // The book's id (a library book's, or one of its own for a book opened
+    // from files) and its last build, if the window knows of one.
+    const QUuid& id() const { return id_; }
+    const std::optional<BuildRecord>& lastBuild() const { return lastBuild_; }
+    void setLastBuild(const std::optional<BuildRecord>& record);
     BookmarksUndoManager& undoManager() { return undo_; }
     ChapterViewModel& chapterView() { return chapterView_; }
 
@@ -99,12 +107,23 @@ public:
     // The working state of the book, and the book opened from one.
     BookStateDTO state() const;
     void restore(const BookStateDTO& state);
+    // Takes on a library book whose chapters, tags and tracks the library's
+    // coordinator has just put into the stores (after its own tear-down):
+    // the tracks, settings and identity follow; the undo history is empty.
+    void adoptLibraryBook(const BookStateDTO& state);
+    // A fresh identity for the empty window, after the library closed the
+    // book that was open.
+    void resetIdentity();
+    // Replaces the files of tracks (a repaired copy for a damaged source),
+    // as one undoable edit; chapters keep their times.
+    bool replaceTrackFiles(const QMap<QUuid, QUrl>& files, const QString& actionName);
 
 Q_SIGNALS:
     void tracksChanged();
     void chaptersChanged();
     void metadataChanged();
     void settingsChanged();
+    void lastBuildChanged();
     void undoStateChanged();
     void offerChanged();
     void importStarted();
@@ -142,6 +161,7 @@ private:
     QDateTime createdAt_ = QDateTime::currentDateTimeUtc();
     QList<QUrl> sources_;
     int revision_ = 1;
+    std::optional<BuildRecord> lastBuild_;
 
     bool importing_ = false;
     int importGeneration_ = 0;

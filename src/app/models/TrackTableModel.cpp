@@ -1,9 +1,11 @@
 #include "app/models/TrackTableModel.h"
 
 #include "app/book/OpenBook.h"
+#include "app/damage/TrackIntegrity.h"
 #include "app/models/TimeText.h"
 #include "platform/L10n.h"
 
+#include <QColor>
 #include <QFileInfo>
 #include <QMimeData>
 
@@ -20,6 +22,15 @@ TrackTableModel::TrackTableModel(OpenBook& book, QObject* parent)
     connect(&book_, &OpenBook::tracksChanged, this, [this] {
         beginResetModel();
         endResetModel();
+    });
+}
+
+void TrackTableModel::setIntegrity(TrackIntegrity* source)
+{
+    integrity_ = source;
+    connect(integrity_, &TrackIntegrity::changed, this, [this] {
+        if (rowCount() > 0)
+            Q_EMIT dataChanged(index(0, integrity), index(rowCount() - 1, integrity));
     });
 }
 
@@ -63,7 +74,23 @@ QVariant TrackTableModel::data(const QModelIndex& index, int role) const
         case file: return QFileInfo(t.url.toLocalFile()).fileName();
         case format: return formatText(t);
         case duration: return TimeText::format(t.duration, false);
+        case integrity: return integrity_ ? TrackIntegrity::statusText(integrity_->status(t)) : QVariant();
         }
+    }
+    if (index.column() == integrity && integrity_) {
+        const TrackIntegrity::Status status = integrity_->status(t);
+        if (role == Qt::ForegroundRole && status == TrackIntegrity::Status::damaged)
+            return QColor(190, 40, 40);
+        if (role == Qt::ForegroundRole && status == TrackIntegrity::Status::clean)
+            return QColor(46, 125, 50);
+        if (role == Qt::ToolTipRole && status == TrackIntegrity::Status::damaged) {
+            const auto r = integrity_->report(t.id);
+            return L10n::format(L10n::text("app.damage.tip", "%d hole(s), %@ s of audio missing: the file plays short"),
+                                {QString::number(r ? r->holes.size() : 0),
+                                 QString::number(r ? r->missingSeconds() : 0, 'f', 1)});
+        }
+        if (role == Qt::ToolTipRole && status == TrackIntegrity::Status::unknown)
+            return L10n::text("app.damage.unknown.tip", "No run of MP3 frames was found, or the file could not be read");
     }
     if (role == Qt::ToolTipRole && index.column() == file)
         return t.url.toLocalFile();
@@ -81,6 +108,7 @@ QVariant TrackTableModel::headerData(int section, Qt::Orientation orientation, i
     case file: return L10n::text("app.tracks.column.file", "File");
     case format: return L10n::text("app.tracks.column.format", "Format");
     case duration: return L10n::text("app.tracks.column.duration", "Duration");
+    case integrity: return L10n::text("app.tracks.column.integrity", "Check");
     }
     return {};
 }

@@ -7,15 +7,19 @@
 namespace folivox {
 
 class OpenBook;
+class TrackIntegrity;
 
-// The book's tracks in order: number, file, format and duration. Rows can be
-// dragged to a new place; the move goes through the book (undoable).
+// The book's tracks in order: number, file, format, duration and, for an
+// MP3, what its check found (from TrackIntegrity, as it publishes). Rows can
+// be dragged to a new place; the move goes through the book (undoable).
 class TrackTableModel : public QAbstractTableModel {
     Q_OBJECT
 public:
-    enum Column { number, file, format, duration, columnCount_ };
+    enum Column { number, file, format, duration, integrity, columnCount_ };
 
     explicit TrackTableModel(OpenBook& book, QObject* parent = nullptr);
+
+    void setIntegrity(TrackIntegrity* source);
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;
@@ -36,6 +40,7 @@ public:
 
 private:
     OpenBook& book_;
+    TrackIntegrity* integrity_ = nullptr;
 };
 
 } // namespace folivox

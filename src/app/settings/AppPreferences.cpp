@@ -12,6 +12,7 @@ namespace {
 const QString kOutputFolder = QStringLiteral("app.defaultOutputFolder");
 const QString kPreset = QStringLiteral("app.defaultPreset");
 const QString kToolsFolder = QStringLiteral("app.toolsFolder");
+const QString kQueueFolderTemplate = QStringLiteral("app.queue.folderTemplate");
 
 // The tools folder the program was started with, so that clearing the
 // setting goes back to it.
@@ -36,6 +37,8 @@ AppPreferences AppPreferences::load()
     if (ok && jobs > 0)
         p.parallelJobs = jobs;
     p.toolsFolder = settings.value(kToolsFolder).toString();
+    if (settings.contains(kQueueFolderTemplate))
+        p.queueFolderTemplate = settings.value(kQueueFolderTemplate).toString();
     return p;
 }
 
@@ -49,6 +52,7 @@ void AppPreferences::save() const
     else
         settings.remove(QString::fromLatin1(ConcurrencyPlan::settingsKey));
     settings.setValue(kToolsFolder, toolsFolder);
+    settings.setValue(kQueueFolderTemplate, queueFolderTemplate);
     settings.sync();
 }
 

@@ -20,7 +20,10 @@ BuildBar::BuildBar(QWidget* parent)
     , progress_(Ui::named(new QProgressBar(this), "app.build.progress.name", "Build progress"))
     , cancel_(Ui::named(new QPushButton(L10n::text("app.build.cancel", "Cancel"), this), "app.build.cancel.name",
                         "Cancel the build"))
+    , queue_(Ui::named(new QPushButton(L10n::text("app.build.queue", "Add to Queue"), this), "app.build.queue.name",
+                       "Add the book to the build queue"))
 {
+    queue_->setToolTip(L10n::text("app.build.queue.tip", "Build it later, with the other queued books (Ctrl+Shift+B)"));
     build_->setDefault(true);
     build_->setToolTip(L10n::text("app.build.tip", "Build the audiobook (Ctrl+B)"));
     QFont f = build_->font();
@@ -34,17 +37,24 @@ BuildBar::BuildBar(QWidget* parent)
     progress_->setTextVisible(true);
     auto* layout = new QHBoxLayout(this);
     layout->addWidget(build_);
+    layout->addWidget(queue_);
     layout->addWidget(phase_, 1);
     layout->addWidget(progress_, 2);
     layout->addWidget(cancel_);
     connect(build_, &QPushButton::clicked, this, &BuildBar::buildRequested);
     connect(cancel_, &QPushButton::clicked, this, &BuildBar::cancelRequested);
+    connect(queue_, &QPushButton::clicked, this, &BuildBar::addToQueueRequested);
     showIdle(QString());
 }
 
 void BuildBar::setBuildEnabled(bool enabled)
 {
     build_->setEnabled(enabled && !cancel_->isVisible());
+}
+
+void BuildBar::setQueueEnabled(bool enabled)
+{
+    queue_->setEnabled(enabled);
 }
 
 void BuildBar::showRunning(const QString& phase, double fraction)

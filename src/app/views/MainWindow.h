@@ -2,6 +2,8 @@
 
 #include "app/build/BuildRunner.h"
 #include "app/settings/AppPreferences.h"
+#include "library/ActiveBookCoordinator.h"
+#include "library/BookBuildInputs.h"
 
 #include <QMainWindow>
 #include <QPointer>
@@ -10,6 +12,7 @@
 #include <thread>
 
 class QAction;
+class QActionGroup;
 class QLabel;
 class QMessageBox;
 class QProgressBar;
@@ -24,9 +27,16 @@ class BuildBar;
 class ChaptersPanel;
 class DetailsPanel;
 class ExportPanel;
+class InPlaceUpdateBar;
+class InPlaceUpdateViewModel;
+class LibraryController;
+class LibraryView;
+class QueueView;
+class QueueWorkspace;
 class OpenBook;
 class PlayerBar;
 class ResultPanel;
+class TrackIntegrity;
 class TracksPanel;
 class WorkingStateStore;
 
@@ -56,7 +66,34 @@ public:
     void showBuildLog();
     void applyPreferences(const AppPreferences& preferences);
 
+    // The three views of the window.
+    enum class View { book, library, queue };
+    void showView(View view);
+    View currentView() const;
+    // Opens a library book: a book opened from files is kept in the library
+    // first, or closed, as the user chooses. A switch that can't happen
+    // (busy, a record that can't be read) is shown, never passed over.
+    void openLibraryBook(const QUuid& id);
+    // The switch itself, without asking; what it gave.
+    ActiveBookCoordinator::SwitchResult switchToLibraryBook(const QUuid& id);
+    // Puts the book opened from files into the library.
+    void keepOpenBookInLibrary();
+    // Queues library books, or the open book, to be built into the default
+    // output folder with the folders of the settings' template. Books whose
+    // output is already there are queued to replace it if the user agrees.
+    void addBooksToQueue(const QList<QUuid>& ids);
+    void addOpenBookToQueue();
+
     OpenBook& book() { return *book_; }
+    LibraryController& library() { return *library_; }
+    LibraryView* libraryView() const { return libraryView_; }
+    QueueWorkspace& queue() { return *queue_; }
+    QueueView* queueView() const { return queueView_; }
+    InPlaceUpdateViewModel& inPlace() { return *inPlace_; }
+    InPlaceUpdateBar* inPlaceBar() const { return inPlaceBar_; }
+    TrackIntegrity& integrity() { return *integrity_; }
+    // Updates the open book's built files in place with its tags.
+    void updateInPlace();
     BookPlayer& player() { return *player_; }
     BuildRunner& runner() { return *runner_; }
     TracksPanel* tracksPanel() const { return tracks_; }
@@ -90,8 +127,38 @@ private:
     void chooseFilesToOpen(bool folder);
     void chooseChapterFile();
     void refreshState();
+    void recordBuild(const BuildResult& result);
+    void reportQueued(const QList<QUuid>& jobs, const QStringList& problems, int existing,
+                      const std::function<void()>& replace);
+    void refreshQueueAction();
+    void inPlaceFinished();
+    void offerRepairedCopies(const QMap<QUuid, QUrl>& copies, const QStringList& failures);
+    // Why the open book can't be closed or switched now (a build or an
+    // update in place writes its files), or nothing.
+    QString busyWithOpenBook() const;
+    // The quit warning: the default button does not quit.
+    void askBeforeQuit(const QString& title, const QString& consequence);
 
     std::unique_ptr<OpenBook> book_;
+    LibraryController* library_;
+    LibraryView* libraryView_;
+    QueueWorkspace* queue_;
+    QueueView* queueView_;
+    InPlaceUpdateViewModel* inPlace_;
+    InPlaceUpdateBar* inPlaceBar_;
+    TrackIntegrity* integrity_;
+    std::optional<ActiveBookCoordinator::BuildStartToken> inPlaceToken_;
+    bool quitConfirmed_ = false;
+    QStackedWidget* views_;
+    QActionGroup* viewActions_;
+    QAction* showBook_;
+    QAction* showLibrary_;
+    QAction* showQueue_;
+    QAction* addToQueue_;
+    QAction* updateInPlace_;
+    QAction* keepInLibrary_;
+    std::optional<ActiveBookCoordinator::BuildStartToken> buildToken_;
+    BookBuildInputs buildInputs_; // of the running build: the book as it started
     BuildRunner* runner_;
     BookPlayer* player_;
     std::unique_ptr<WorkingStateStore> workingState_;

@@ -2,6 +2,8 @@
 
 #include "app/views/Ui.h"
 #include "platform/L10n.h"
+#include "queue/records/OrganizationContext.h"
+#include "queue/records/OutputOrganization.h"
 
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -24,6 +26,9 @@ SettingsDialog::SettingsDialog(const AppPreferences& preferences, QWidget* paren
     , preset_(Ui::named(new QComboBox(this), "app.settings.preset.name", "Preset for new books"))
     , jobs_(Ui::named(new QSpinBox(this), "app.settings.jobs.name", "Parallel jobs"))
     , toolsFolder_(Ui::named(new QLineEdit(preferences.toolsFolder, this), "app.settings.tools.name", "Tools folder"))
+    , queueTemplate_(Ui::named(new QLineEdit(preferences.queueFolderTemplate, this), "app.settings.queueTemplate.name",
+                               "Folders for queued books"))
+    , templateExample_(new QLabel(this))
 {
     setWindowTitle(L10n::text("app.settings.title", "Settings"));
     for (ExportPreset p : enumCases<ExportPreset>())
@@ -52,8 +57,43 @@ SettingsDialog::SettingsDialog(const AppPreferences& preferences, QWidget* paren
     form->addRow(L10n::text("app.settings.preset", "Preset for new books"), preset_);
     form->addRow(L10n::text("app.settings.jobs", "Parallel jobs"), jobs_);
     form->addRow(L10n::text("app.settings.tools", "Tools folder (mp4tags, mp4art, mp4chaps)"), toolsRow);
+    queueTemplate_->setPlaceholderText(L10n::text("app.settings.queueTemplate.placeholder", "Books straight into the output folder"));
+    queueTemplate_->setToolTip(L10n::format(L10n::text("app.settings.queueTemplate.tip",
+                                                       "Folders inside the output folder for each book the queue builds, "
+                                                       "from its tags: %@. A folder whose tags are empty is left out."),
+                                            {QStringLiteral("{") + OutputOrganization::placeholderNames().join(QStringLiteral("}, {"))
+                                             + QStringLiteral("}")}));
+    templateExample_->setWordWrap(true);
+    templateExample_->setForegroundRole(QPalette::PlaceholderText);
+    form->addRow(L10n::text("app.settings.queueTemplate", "Queue: folders for each book"), queueTemplate_);
+    form->addRow(QString(), templateExample_);
 
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
+    ok_ = buttons->button(QDialogButtonBox::Ok);
+    const auto checkTemplate = [this] {
+        const OutputOrganization organization{queueTemplate_->text().trimmed()};
+        const QStringList unknown = organization.unknownPlaceholders();
+        if (!unknown.isEmpty()) {
+            templateExample_->setText(L10n::format(L10n::text("app.settings.queueTemplate.unknown",
+                                                              "Unknown: {%@}. Use %@."),
+                                                   {unknown.join(QStringLiteral("}, {")),
+                                                    QStringLiteral("{") + OutputOrganization::placeholderNames().join(QStringLiteral("}, {"))
+                                                        + QStringLiteral("}")}));
+            ok_->setEnabled(false);
+            return;
+        }
+        OrganizationContext example;
+        example.title = QStringLiteral("A Wizard of Earthsea");
+        example.author = QStringLiteral("Ursula K. Le Guin");
+        example.series = QStringLiteral("Earthsea");
+        example.seriesIndex = QStringLiteral("1");
+        example.year = QStringLiteral("1968");
+        const QString folders = organization.folderFor(example);
+        templateExample_->setText(L10n::format(L10n::text("app.settings.queueTemplate.example", "For example: %@"),
+                                               {(folders.isEmpty() ? QString() : folders + u'/') + example.title + QStringLiteral(".m4b")}));
+        ok_->setEnabled(true);
+    };
+    connect(queueTemplate_, &QLineEdit::textChanged, this, checkTemplate);
     buttons->button(QDialogButtonBox::Ok)->setAccessibleName(L10n::text("app.settings.ok.name", "Save the settings"));
     buttons->button(QDialogButtonBox::Cancel)->setAccessibleName(L10n::text("app.settings.cancel.name", "Discard changes"));
     connect(buttons, &QDialogButtonBox::accepted, this, [this] {
@@ -71,6 +111,7 @@ SettingsDialog::SettingsDialog(const AppPreferences& preferences, QWidget* paren
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(form);
     layout->addWidget(buttons);
+    checkTemplate();
     resize(620, sizeHint().height());
 }
 
@@ -84,6 +125,7 @@ AppPreferences SettingsDialog::preferences() const
     if (jobs_->value() > 0)
         p.parallelJobs = jobs_->value();
     p.toolsFolder = toolsFolder_->text().trimmed();
+    p.queueFolderTemplate = queueTemplate_->text().trimmed();
     return p;
 }
 

@@ -1,6 +1,7 @@
 #include "app/views/TracksPanel.h"
 
 #include "app/book/OpenBook.h"
+#include "app/damage/DamagePanel.h"
 #include "app/models/TrackTableModel.h"
 #include "app/views/Ui.h"
 #include "platform/L10n.h"
@@ -79,6 +80,14 @@ TracksPanel::TracksPanel(OpenBook& book, QWidget* parent)
     connect(&book_, &OpenBook::importStarted, this, enable);
     connect(&book_, &OpenBook::importFinished, this, enable);
     enable();
+}
+
+void TracksPanel::setIntegrity(TrackIntegrity* integrity)
+{
+    model_->setIntegrity(integrity);
+    view_->horizontalHeader()->setSectionResizeMode(TrackTableModel::integrity, QHeaderView::ResizeToContents);
+    damage_ = new DamagePanel(*integrity, this);
+    layout()->addWidget(damage_);
 }
 
 void TracksPanel::removeSelected()

@@ -8,11 +8,14 @@ class QTableView;
 
 namespace folivox {
 
+class DamagePanel;
 class OpenBook;
+class TrackIntegrity;
 class TrackTableModel;
 
 // The book's tracks: the list (drag a row to reorder it), a sort mode,
-// and removing the selected tracks. A double click plays a track.
+// and removing the selected tracks. A double click plays a track. Damaged
+// MP3s are marked in the list, with their holes below it.
 class TracksPanel : public QWidget {
     Q_OBJECT
 public:
@@ -22,6 +25,10 @@ public:
     QComboBox* sortBox() const { return sort_; }
     QPushButton* removeButton() const { return remove_; }
     void removeSelected();
+    // Shows each MP3's check in the list, and the holes of damaged ones below it.
+    void setIntegrity(TrackIntegrity* integrity);
+    DamagePanel* damagePanel() const { return damage_; }
+    TrackTableModel* model() const { return model_; }
 
 Q_SIGNALS:
     void playTrackRequested(int row);
@@ -32,6 +39,7 @@ private:
     QTableView* view_;
     QComboBox* sort_;
     QPushButton* remove_;
+    DamagePanel* damage_ = nullptr;
 };
 
 } // namespace folivox

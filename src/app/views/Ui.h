@@ -2,6 +2,8 @@
 
 #include <QString>
 
+class QColor;
+class QLabel;
 class QWidget;
 
 namespace folivox {
@@ -19,6 +21,9 @@ public:
     static void setAccessibleName(QWidget* widget, const char* key, const char* text);
     // A bold section heading.
     static QWidget* heading(const QString& text, QWidget* parent = nullptr);
+    // A coloured strip across a view for a message, with its label (buttons
+    // go into its layout after the label).
+    static QWidget* banner(QWidget* parent, const QColor& color, QLabel*& label);
 };
 
 } // namespace folivox

@@ -31,6 +31,7 @@ QJsonObject BuildRecord::toJson() const
         .set("settingsFingerprint", settingsFingerprint)
         .set("format", format)
         .set("outputs", outputs)
+        .set("chapters", chapters.empty() ? std::nullopt : std::optional(chapters))
         .object();
 }
 
@@ -43,6 +44,7 @@ BuildRecord BuildRecord::fromJson(const QJsonObject& json)
     b.settingsFingerprint = r.string("settingsFingerprint");
     b.format = r.enumeration<OutputFormat>("format");
     b.outputs = r.list<Output>("outputs");
+    b.chapters = r.optionalList<ChapterSnapshot>("chapters").value_or(std::vector<ChapterSnapshot>{});
     return b;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/chapters/ChapterSnapshot.h"
 #include "core/settings/ExportSettingsEnums.h"
 
 #include <QDateTime>
@@ -14,10 +15,13 @@ namespace folivox {
 // it built, with which settings (by fingerprint) and format, and every file it
 // wrote with the size and modification time it had when the build ended.
 // Comparing those with the disk tells whether the output is still the one the
-// build made.
+// build made. The book's chapters as they were built (start, length, first
+// track) tell whether the book can still be written into those files in place:
+// they are compared with the book's chapters of now, on the same clock.
 //
 // JSON: builtAt, revision, settingsFingerprint, format and outputs are all
-// required; each output has path, size and modifiedAt.
+// required; each output has path, size and modifiedAt. chapters is left out
+// when empty (records written before it was kept).
 struct BuildRecord {
     struct Output {
         QString path;       // absolute local path
@@ -34,6 +38,7 @@ struct BuildRecord {
     QString settingsFingerprint;
     OutputFormat format = OutputFormat::m4b;
     std::vector<Output> outputs;
+    std::vector<ChapterSnapshot> chapters;
 
     QJsonObject toJson() const;
     static BuildRecord fromJson(const QJsonObject& json);

@@ -7,6 +7,7 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QDir>
+#include <QFile>
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QImage>
@@ -82,6 +83,47 @@ bool WindowDriver::makePng(const QString& path, int width, int height)
     p.fillRect(width / 4, height / 4, width / 2, height / 2, QColor(240, 200, 60));
     p.end();
     return image.save(path, "PNG");
+}
+
+bool WindowDriver::makeDamagedMp3(const QString& path, double seconds, int noiseBytes)
+{
+    const QString whole = path + QStringLiteral(".whole.mp3");
+    if (!Fixtures::tone(whole, seconds, {QStringLiteral("-c:a"), QStringLiteral("libmp3lame"), QStringLiteral("-b:a"), QStringLiteral("64k")},
+                        44100, 1, 330))
+        return false;
+    QByteArray bytes = Fixtures::readFile(whole);
+    QFile::remove(whole);
+    // At a frame boundary (a header with another one a frame later), so no
+    // frame is cut and the hole is the junk alone.
+    const auto isHeader = [&bytes](qsizetype p) {
+        return p + 1 < bytes.size() && uchar(bytes[p]) == 0xFF && (uchar(bytes[p + 1]) & 0xE0) == 0xE0;
+    };
+    qsizetype at = bytes.size() / 2;
+    while (at < bytes.size() && !(isHeader(at) && (isHeader(at + 208) || isHeader(at + 209))))
+        ++at;
+    if (at >= bytes.size())
+        return false;
+    QByteArray noise(noiseBytes, Qt::Uninitialized);
+    for (qsizetype i = 0; i < noise.size(); ++i)
+        noise[i] = char((i * 7919 + 13) % 127); // below 0x80: never a frame sync
+    bytes.insert(at, noise);
+    return Fixtures::writeFile(path, bytes);
+}
+
+bool WindowDriver::makeBookFolder(const QString& folder, int tracks, double seconds, bool withCover)
+{
+    QStringList names;
+    for (int i = 1; i <= tracks; ++i)
+        names << QStringLiteral("%1 Part %2.mp3").arg(i, 2, 10, QChar(u'0')).arg(i);
+    if (!makeMp3s(folder, names, seconds))
+        return false;
+    return !withCover || makePng(QDir(folder).filePath(QStringLiteral("cover.png")), 600, 600);
+}
+
+PrivateHome::PrivateHome()
+    : dir_(QDir::tempPath() + QStringLiteral("/folivox-app-home-XXXXXX"))
+    , home_("FOLIVOX_HOME", dir_.path())
+{
 }
 
 } // namespace folivox::test

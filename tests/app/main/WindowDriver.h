@@ -1,6 +1,9 @@
 #pragma once
 
+#include "support/ScriptedTool.h"
+
 #include <QList>
+#include <QTemporaryDir>
 #include <QString>
 #include <QStringList>
 
@@ -36,6 +39,25 @@ public:
     static bool makeMp3s(const QString& folder, const QStringList& names, double seconds);
     // A PNG picture of this size.
     static bool makePng(const QString& path, int width, int height);
+    // An MP3 tone (mono, 64 kbps) with `noiseBytes` of junk that is no
+    // frame inserted at a frame boundary past its middle: a hole that players
+    // skip, of noiseBytes / 8000 seconds.
+    static bool makeDamagedMp3(const QString& path, double seconds, int noiseBytes);
+    // A folder of `tracks` MP3 tones, and with a cover "cover.png" beside them.
+    static bool makeBookFolder(const QString& folder, int tracks, double seconds, bool withCover);
+};
+
+// A private application data folder (library, queue, settings) for one test:
+// FOLIVOX_HOME points at it while the object lives.
+class PrivateHome {
+public:
+    PrivateHome();
+    QString path() const { return dir_.path(); }
+    QString filePath(const QString& name) const { return dir_.filePath(name); }
+
+private:
+    QTemporaryDir dir_;
+    ScopedEnvironment home_;
 };
 
 } // namespace folivox::test
