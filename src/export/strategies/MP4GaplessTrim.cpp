@@ -179,6 +179,13 @@ void MP4GaplessTrim::apply(const QString& path, std::int64_t priming, std::int64
             media += std::int64_t(e.count) * e.delta;
         const std::int64_t wanted = priming + samples;
         const std::int64_t excess = media - wanted;
+        // The padding is what the last packet's frame holds beyond the real
+        // samples, whether its duration still counts the whole frame (a
+        // stream copy) or the encoder's muxer already cut it.
+        std::int64_t packets = 0;
+        for (const SttsEntry& e : entries)
+            packets += e.count;
+        const std::int64_t padding = entries.empty() ? 0 : packets * std::int64_t(entries.front().delta) - wanted;
         if (entries.empty() || excess < 0 || excess >= std::int64_t(entries.back().delta))
             fail(path, QStringLiteral("its packets hold %1 samples, not %2 (priming %3)")
                            .arg(media)
@@ -218,7 +225,7 @@ void MP4GaplessTrim::apply(const QString& path, std::int64_t priming, std::int64
 
         MP4BoxTree::Node& ilst = MP4BoxTree::ensureIlst(moov);
         ilst.children.erase(std::remove_if(ilst.children.begin(), ilst.children.end(), isSmpb), ilst.children.end());
-        ilst.append(freeform(QStringLiteral("iTunSMPB"), smpbText(priming, excess, samples)));
+        ilst.append(freeform(QStringLiteral("iTunSMPB"), smpbText(priming, std::max<std::int64_t>(padding, 0), samples)));
         return true;
     });
 }

@@ -16,7 +16,8 @@ namespace folivox {
 class MP4GaplessTrim {
 public:
     // Rewrites the audio track's timing of the file at path (ffmpeg's output
-    // of a stream copy, in which every packet counts as a whole frame) so
+    // of a stream copy, in which every packet counts as a whole frame, or of
+    // an encode, whose last packet already holds only the real samples) so
     // that it presents exactly `samples` samples after `priming`. Throws
     // GenericError naming the file when its packets hold less than that, or
     // more than one frame beyond it.
