@@ -220,13 +220,21 @@ std::vector<std::int64_t> MP4GaplessTrim::applyJoin(const QString& path, const s
 
         // The movie's clock becomes the sample clock: the only track is the
         // audio (the join maps nothing else), so no other duration moves.
+        // Not where the book's length would overflow a 32-bit header field
+        // (27 hours at 44.1 kHz); its edits are then exact to the
+        // millisecond of the movie's own clock, rounded without drift.
         const std::uint32_t mediaScale = headerTimescale(mdhd->payload);
         if (mediaScale == 0)
             fail(path, QStringLiteral("no timescale"));
         bool onlyAudio = true;
         for (const MP4BoxTree::Node& child : moov.children)
             onlyAudio = onlyAudio && (child.type != fc("trak") || &child == trak);
-        if (onlyAudio)
+        std::int64_t totalSamples = 0;
+        for (const JoinedFile& f : files)
+            totalSamples += f.samples;
+        const bool headersHoldIt = totalSamples < std::int64_t(std::numeric_limits<std::uint32_t>::max())
+            || (mvhd->payload.at(0) == 1 && tkhd->payload.at(0) == 1);
+        if (onlyAudio && headersHoldIt)
             setHeaderTimescale(mvhd->payload, mediaScale);
         const std::uint32_t movieScale = headerTimescale(mvhd->payload);
         auto inMovie = [&](std::int64_t samples) {
