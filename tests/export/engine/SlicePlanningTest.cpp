@@ -84,31 +84,3 @@ TEST(SlicePlanning, TheAlignedMarginIsTheSmallestOnAPacketBoundary)
     EXPECT_EQ(SlicePlanner::alignedMargin(4, {1024, 2112}), 4096 + 960);
     EXPECT_EQ(SlicePlanner::alignedMargin(1, {2048, 2048}), 2048);
 }
-
-// A one-file book's slices are planned on its probed length and encoded
-// while it is decoded; the plan of its exact length, cut on the same basis,
-// must share every slice but the last two, whichever way the probe erred.
-TEST(SlicePlanning, APlanOnAnEstimateSharesAllButItsLastSlicesWithTheExactOne)
-{
-    const EncoderFraming framing{1024, 1024};
-    SlicePlanner::Options options;
-    options.jobs = 2;
-    const std::int64_t estimate = 3600LL * 44100 + 8191;
-    options.cutBasis = estimate;
-    const SlicePlan early = SlicePlanner::plan(estimate, 44100, framing, options);
-    ASSERT_GE(early.slices.size(), 4u);
-    for (const std::int64_t exact : {estimate - 9000, estimate - 1, estimate + 1, estimate + 4410}) {
-        SCOPED_TRACE(exact);
-        const SlicePlan plan = SlicePlanner::plan(exact, 44100, framing, options);
-        expectTiles(plan);
-        ASSERT_EQ(plan.slices.size(), early.slices.size());
-        for (std::size_t i = 0; i + 2 < early.slices.size(); ++i)
-            EXPECT_TRUE(SlicePlanner::sameWork(plan.slices[i], early.slices[i])) << i;
-        EXPECT_FALSE(SlicePlanner::sameWork(plan.slices.back(), early.slices.back()));
-    }
-    // Without the common basis the cuts move with the length.
-    SlicePlanner::Options own = options;
-    own.cutBasis = 0;
-    const SlicePlan moved = SlicePlanner::plan(estimate - 9000, 44100, framing, own);
-    EXPECT_FALSE(SlicePlanner::sameWork(moved.slices[1], early.slices[1]));
-}
