@@ -80,7 +80,7 @@ GaplessSliceEncoder::decodeSources(const QStringList& sources, const std::vector
         [&](int i, const CancellationToken& jobToken) {
             DecodedSource& d = decoded[std::size_t(i)];
             d.path = sources[i];
-            d.pcm = pcmPath(workDir, i);
+            d.pcm = QDir(workDir).filePath(QStringLiteral("source_%1.pcm").arg(threeDigits(i)));
             QStringList args;
             const QString codec = std::size_t(i) < codecs.size() ? codecs[std::size_t(i)].toLower() : QString();
             if (codec == u"xhe-aac" && encoder_->catalog().has(QStringLiteral("aac_at")))
@@ -177,29 +177,20 @@ std::vector<std::pair<qsizetype, int>> GaplessSliceEncoder::adtsFrames(const QBy
     return frames;
 }
 
-QString GaplessSliceEncoder::pcmPath(const QString& workDir, int index)
-{
-    return QDir(workDir).filePath(QStringLiteral("source_%1.pcm").arg(threeDigits(index)));
-}
-
-void GaplessSliceEncoder::encodeSlices(const SlicePlan& plan, std::vector<char>& encoded,
-                                       const std::vector<Stretch>& timeline, const std::vector<DecodedSource>& sources,
-                                       const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir,
-                                       const ConcurrencyPlan& concurrency,
-                                       const std::shared_ptr<const CancellationToken>& token,
-                                       const Progress& encodeProgress, const ReadyGate& gate) const
+void GaplessSliceEncoder::encodeAndJoin(const SlicePlan& plan, const std::vector<Stretch>& timeline,
+                                        const std::vector<DecodedSource>& sources,
+                                        const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir,
+                                        const QString& output, const ConcurrencyPlan& concurrency,
+                                        const std::shared_ptr<const CancellationToken>& token,
+                                        const Progress& encodeProgress, const Progress& joinProgress) const
 {
     const int count = static_cast<int>(plan.slices.size());
-    encoded.resize(static_cast<std::size_t>(count), 0);
-    std::vector<int> todo;
-    for (int i = 0; i < count; ++i) {
-        if (!encoded[std::size_t(i)])
-            todo.push_back(i);
-    }
     const int rate = plan.sampleRate;
     const int channels = spec.channels.value_or(2);
     const QStringList block = encoder_->encoderBlock(spec, false);
-    auto fileOf = [&](int i) { return QDir(workDir).filePath(QStringLiteral("segment_%1.aac").arg(threeDigits(i))); };
+    std::vector<QString> files(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i)
+        files[std::size_t(i)] = QDir(workDir).filePath(QStringLiteral("segment_%1.aac").arg(threeDigits(i)));
 
     // Which sources a slice reads, for the failure's file names.
     auto namesOf = [&](const PlannedSlice& s) {
@@ -229,8 +220,6 @@ void GaplessSliceEncoder::encodeSlices(const SlicePlan& plan, std::vector<char>&
 
     std::mutex mutex;
     std::vector<double> done(static_cast<std::size_t>(count), 0.0);
-    for (int i = 0; i < count; ++i)
-        done[std::size_t(i)] = encoded[std::size_t(i)] ? 1.0 : 0.0;
     const double total = std::max<double>(1.0, double(plan.encodedSamples()));
     auto report = [&](int i, double f) {
         if (!encodeProgress)
@@ -246,12 +235,9 @@ void GaplessSliceEncoder::encodeSlices(const SlicePlan& plan, std::vector<char>&
     };
 
     FFmpegAudioEncoder::runParallel(
-        static_cast<int>(todo.size()), concurrency.jobs, token,
-        [&](int job, const CancellationToken& jobToken) {
-            const int i = todo[std::size_t(job)];
+        count, concurrency.jobs, token,
+        [&](int i, const CancellationToken& jobToken) {
             const PlannedSlice& s = plan.slices[std::size_t(i)];
-            if (gate && !gate(s, jobToken))
-                return;
             const QStringList names = namesOf(s);
             Log::write(QStringLiteral("[BatchEncoding] Segment[%1] started: ").arg(i) + names.join(QStringLiteral(", "))
                        + QStringLiteral(" strategy=encode isConcat=%1 pendingExtract=false samples=[%2,%3) margins=%4/%5")
@@ -263,34 +249,14 @@ void GaplessSliceEncoder::encodeSlices(const SlicePlan& plan, std::vector<char>&
             QStringList args = rawInput(rate, channels);
             args << QStringLiteral("-i") << inputURL(timeline, sources, s.inputStart(), s.inputEnd(), channels);
             args << QStringLiteral("-threads") << QString::number(concurrency.threadsPerJob) << block;
-            args << QStringLiteral("-f") << QStringLiteral("adts") << QStringLiteral("-y") << fileOf(i);
+            args << QStringLiteral("-f") << QStringLiteral("adts") << QStringLiteral("-y") << files[std::size_t(i)];
             const FFmpegResult r = encoder_->wrapper().run(args, double(s.inputLength()) / rate, jobToken,
                                                            [&, i](double f) { report(i, f); });
             if (!r.succeeded())
                 failJob(r, jobToken, names, QStringLiteral("Segment %1 failed").arg(i));
-            {
-                std::lock_guard lock(mutex);
-                encoded[std::size_t(i)] = 1;
-            }
             report(i, 1.0);
         },
         QStringLiteral("[BatchEncoding]"));
-}
-
-void GaplessSliceEncoder::encodeAndJoin(const SlicePlan& plan, const std::vector<Stretch>& timeline,
-                                        const std::vector<DecodedSource>& sources,
-                                        const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir,
-                                        const QString& output, const ConcurrencyPlan& concurrency,
-                                        const std::shared_ptr<const CancellationToken>& token,
-                                        const Progress& encodeProgress, const Progress& joinProgress,
-                                        std::vector<char> encoded) const
-{
-    const int count = static_cast<int>(plan.slices.size());
-    const int rate = plan.sampleRate;
-    encodeSlices(plan, encoded, timeline, sources, spec, workDir, concurrency, token, encodeProgress);
-    std::vector<QString> files(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i)
-        files[std::size_t(i)] = QDir(workDir).filePath(QStringLiteral("segment_%1.aac").arg(threeDigits(i)));
 
     // Join: each slice's own packets, in order.
     if (token->isCancelled())

@@ -60,32 +60,15 @@ public:
     EncoderFraming probeFraming(const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir,
                                 const CancellationToken& token) const;
 
-    // Where step 1 puts the decoded audio of source `index`.
-    static QString pcmPath(const QString& workDir, int index);
-
-    // Waits until a slice's input is there to be read; false when it never
-    // will be (the slice is then left for later).
-    using ReadyGate = std::function<bool(const PlannedSlice& slice, const CancellationToken& token)>;
-
-    // Step 2 alone: encodes the slices of the plan not yet marked in
-    // `encoded` ("segment_%03d.aac", by slice index), n at a time, and marks
-    // each one done. With a gate, each slice first waits for its input, so
-    // that slices can be encoded while the sources are still being decoded.
-    void encodeSlices(const SlicePlan& plan, std::vector<char>& encoded, const std::vector<Stretch>& timeline,
-                      const std::vector<DecodedSource>& sources, const FFmpegAudioEncoder::OutputSpec& spec,
-                      const QString& workDir, const ConcurrencyPlan& concurrency,
-                      const std::shared_ptr<const CancellationToken>& token, const Progress& progress,
-                      const ReadyGate& gate = {}) const;
-
-    // Steps 2 and 3: encodes the plan's slices of the timeline (those not
-    // already marked in `encoded`, when given) and joins them into `output`
-    // (M4B/M4A). Checks that the joined packets hold the plan's samples
-    // within one frame, and throws FFmpegEncoderError when they do not.
+    // Steps 2 and 3: encodes the plan's slices of the timeline and joins
+    // them into `output` (M4B/M4A). Checks that the joined packets hold the
+    // plan's samples within one frame, and throws FFmpegEncoderError when
+    // they do not.
     void encodeAndJoin(const SlicePlan& plan, const std::vector<Stretch>& timeline,
                        const std::vector<DecodedSource>& sources, const FFmpegAudioEncoder::OutputSpec& spec,
                        const QString& workDir, const QString& output, const ConcurrencyPlan& concurrency,
                        const std::shared_ptr<const CancellationToken>& token, const Progress& encodeProgress,
-                       const Progress& joinProgress, std::vector<char> encoded = {}) const;
+                       const Progress& joinProgress) const;
 
     // The ffmpeg input that reads samples [from, to) of the timeline from the
     // decoded sources: a subfile of one PCM file, or a concat of several.

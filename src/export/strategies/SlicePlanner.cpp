@@ -28,12 +28,11 @@ SlicePlan SlicePlanner::plan(std::int64_t totalSamples, int sampleRate, const En
     const std::int64_t minLength = std::max<std::int64_t>(f, std::int64_t(options.minSliceSeconds * sampleRate));
     const int jobs = std::max(1, options.jobs);
     int wanted = jobs == 1 ? 1 : std::max(jobs + 1, jobs * std::max(1, options.slicesPerJob));
-    const std::int64_t basis = options.cutBasis > 0 ? options.cutBasis : plan.totalSamples;
-    wanted = static_cast<int>(std::clamp<std::int64_t>(basis / minLength, 1, wanted));
+    wanted = static_cast<int>(std::clamp<std::int64_t>(plan.totalSamples / minLength, 1, wanted));
 
     std::vector<std::int64_t> cuts{0};
     for (int k = 1; k < wanted; ++k) {
-        const double ideal = double(basis) * k / wanted;
+        const double ideal = double(plan.totalSamples) * k / wanted;
         const std::int64_t frame = std::llround((ideal + double(p)) / double(f));
         const std::int64_t cut = frame * f - p;
         if (cut > cuts.back() && cut < plan.totalSamples)
@@ -69,12 +68,6 @@ SlicePlan SlicePlanner::plan(std::int64_t totalSamples, int sampleRate, const En
         plan.slices.push_back(s);
     }
     return plan;
-}
-
-bool SlicePlanner::sameWork(const PlannedSlice& a, const PlannedSlice& b)
-{
-    return a.start == b.start && a.end == b.end && a.marginBefore == b.marginBefore && a.marginAfter == b.marginAfter
-        && a.firstKeptFrame == b.firstKeptFrame && a.keptFrames == b.keptFrames;
 }
 
 std::int64_t SlicePlan::encodedSamples() const

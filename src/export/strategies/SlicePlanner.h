@@ -69,18 +69,10 @@ public:
         // and the start of each ffmpeg stay a small part of the work.
         double minSliceSeconds = 5.0;
         int marginFrames = 4;
-        // When set, the cuts are placed as for a book of this many samples
-        // (and those at or past the real end dropped): a plan made from a
-        // book's estimated length before its sources are decoded keeps the
-        // slices that the plan of its exact length has too.
-        std::int64_t cutBasis = 0;
     };
 
     static SlicePlan plan(std::int64_t totalSamples, int sampleRate, const EncoderFraming& framing,
                           const Options& options);
-
-    // Whether two slices read the same input and keep the same packets.
-    static bool sameWork(const PlannedSlice& a, const PlannedSlice& b);
 
     // The smallest margin of at least `frames` frames after which an
     // encode's packet boundaries fall on a slice's start.

@@ -11,19 +11,14 @@
 #include "platform/L10n.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
-#include "process/AnyOfCancellationToken.h"
-#include "process/ManualCancellationToken.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <cmath>
 #include <limits>
-#include <thread>
 
 namespace folivox {
 
@@ -286,92 +281,9 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeGapless(const ExportCont
     constexpr double kDecodeShare = 0.1;
     const ConcurrencyPlan decodeJobs =
         ConcurrencyPlan::forMachine(static_cast<int>(sources.size()), context.parallelJobs);
-    const EncoderFraming framing = gapless.probeFraming(spec, workDir, context.token());
-    SlicePlanner::Options sliceOptions;
-    sliceOptions.jobs = machine.jobs;
-
-    // A book read straight through from the start of one file (one file,
-    // whole or cut into chapters) is decoded by one job while the others
-    // would wait. Its slices are planned on the file's probed length and
-    // encoded as soon as the decoded audio reaches their end; once the
-    // exact length is known, the slices the exact plan has as well are
-    // kept, the rest are encoded then.
-    auto straightThrough = [&](const std::vector<std::int64_t>& lengths) {
-        const Timeline t = buildTimeline(chapterPlan, sources, lengths, rate);
-        std::int64_t at = 0;
-        for (const GaplessTimelineStretch& st : t.stretches) {
-            if (st.source != 0 || st.start != at)
-                return false;
-            at += st.count;
-        }
-        return t.total > 0;
-    };
-    const std::int64_t estimate = std::llround(chapterPlan.totalDuration * rate);
-    const int spareJobs = machine.jobs - decodeJobs.jobs;
-    const bool overlap = sources.size() == 1 && spareJobs > 0 && estimate > 0
-        && straightThrough({std::llround(facts.value(sources.front()).duration * rate)});
-    SlicePlan early;
-    std::vector<char> earlyDone;
-    std::vector<GaplessSliceEncoder::DecodedSource> decoded;
-    if (overlap) {
-        sliceOptions.cutBasis = estimate;
-        early = SlicePlanner::plan(estimate, rate, framing, sliceOptions);
-        // The last two slices depend on the exact length; they wait.
-        earlyDone.assign(early.slices.size(), 0);
-        for (std::size_t i = early.slices.size() >= 2 ? early.slices.size() - 2 : 0; i < early.slices.size(); ++i)
-            earlyDone[i] = 1;
-        const std::vector<char> skipped = earlyDone;
-        const QString pcm = GaplessSliceEncoder::pcmPath(workDir, 0);
-        const std::int64_t bytesPerSample = 2 * std::int64_t(channels);
-        std::atomic<bool> decodeEnded{false};
-        auto stopDecode = std::make_shared<ManualCancellationToken>();
-        const auto decodeToken = std::make_shared<AnyOfCancellationToken>(
-            std::vector<std::shared_ptr<const CancellationToken>>{context.cancelToken, stopDecode});
-        std::exception_ptr decodeError;
-        std::thread decoder([&] {
-            try {
-                decoded = gapless.decodeSources(sources, codecs, rate, channels, workDir, decodeJobs, decodeToken,
-                                                [&progress](double f) { progress(ExportPhase::encoding, kDecodeShare * f); });
-            } catch (...) {
-                decodeError = std::current_exception();
-            }
-            decodeEnded = true;
-        });
-        const std::vector<GaplessTimelineStretch> whole{{0, 0, std::numeric_limits<std::int64_t>::max() / 4}};
-        const std::vector<GaplessSliceEncoder::DecodedSource> growing{{sources.front(), pcm, 0}};
-        Log::write(QStringLiteral("[Transcode] Encoding slices while the source is decoded: %1 of %2 slices planned on %3 samples")
-                       .arg(std::count(earlyDone.begin(), earlyDone.end(), 0))
-                       .arg(early.slices.size())
-                       .arg(estimate));
-        try {
-            gapless.encodeSlices(early, earlyDone, whole, growing, spec, workDir,
-                                 ConcurrencyPlan::forMachine(static_cast<int>(early.slices.size()), spareJobs),
-                                 context.cancelToken, {}, [&](const PlannedSlice& slice, const CancellationToken& token) {
-                                     const qint64 needed = slice.inputEnd() * bytesPerSample;
-                                     while (!token.isCancelled()) {
-                                         const bool ended = decodeEnded;
-                                         if (QFileInfo(pcm).size() >= needed)
-                                             return true;
-                                         if (ended)
-                                             return false;
-                                         std::this_thread::sleep_for(std::chrono::milliseconds(50));
-                                     }
-                                     return false;
-                                 });
-        } catch (...) {
-            stopDecode->cancel();
-            decoder.join();
-            throw;
-        }
-        decoder.join();
-        if (decodeError)
-            std::rethrow_exception(decodeError);
-        for (std::size_t i = 0; i < earlyDone.size(); ++i)
-            earlyDone[i] = earlyDone[i] && !skipped[i];
-    } else {
-        decoded = gapless.decodeSources(sources, codecs, rate, channels, workDir, decodeJobs, context.cancelToken,
-                                        [&progress](double f) { progress(ExportPhase::encoding, kDecodeShare * f); });
-    }
+    const auto decoded = gapless.decodeSources(sources, codecs, rate, channels, workDir, decodeJobs,
+                                               context.cancelToken,
+                                               [&progress](double f) { progress(ExportPhase::encoding, kDecodeShare * f); });
     std::vector<std::int64_t> decodedSamples;
     for (const auto& d : decoded)
         decodedSamples.push_back(d.samples);
@@ -379,17 +291,10 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeGapless(const ExportCont
     if (timeline.total <= 0)
         throw ExportError::validationFailed(QStringLiteral("Total duration is zero (no valid audio tracks)"));
 
+    const EncoderFraming framing = gapless.probeFraming(spec, workDir, context.token());
+    SlicePlanner::Options sliceOptions;
+    sliceOptions.jobs = machine.jobs;
     const SlicePlan slices = SlicePlanner::plan(timeline.total, rate, framing, sliceOptions);
-    // Slices encoded early count where the exact plan has the same slice of
-    // the same audio.
-    std::vector<char> encoded(slices.slices.size(), 0);
-    if (overlap && straightThrough(decodedSamples)) {
-        for (std::size_t i = 0; i < slices.slices.size() && i < early.slices.size(); ++i)
-            encoded[i] = earlyDone[i] && SlicePlanner::sameWork(slices.slices[i], early.slices[i]);
-        Log::write(QStringLiteral("[Transcode] %1 of %2 slices were encoded while decoding")
-                       .arg(std::count(encoded.begin(), encoded.end(), 1))
-                       .arg(slices.slices.size()));
-    }
     const ConcurrencyPlan concurrency =
         ConcurrencyPlan::forMachine(static_cast<int>(slices.slices.size()), context.parallelJobs);
 
@@ -411,8 +316,7 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeGapless(const ExportCont
                                                    : QStringLiteral("[Transcode] ===== MUX PHASE START ====="));
                               }
                               joinProgress(f);
-                          },
-                          encoded);
+                          });
     const double muxSeconds = double(phase.elapsed()) / 1000.0;
     Log::write((heAAC ? QStringLiteral("[Transcode] HE-AAC mux completed in ") : QStringLiteral("[Transcode] Mux completed in "))
                + fixed(muxSeconds, 2) + u's');
