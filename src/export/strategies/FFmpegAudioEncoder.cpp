@@ -1,5 +1,7 @@
 #include "export/strategies/FFmpegAudioEncoder.h"
 
+#include "export/strategies/MP4GaplessTrim.h"
+
 #include "container/mp4/MP4BoxTree.h"
 #include "container/mp4/MP4Bytes.h"
 #include "container/mp4/MP4MoovReader.h"
@@ -651,7 +653,30 @@ std::vector<double> FFmpegAudioEncoder::join(const QStringList& files, const QSt
         }
         Log::write(QStringLiteral("[Mux] Cascaded concat completed: ") + QFileInfo(output).fileName());
     }
-    // The book's first chapter begins with the book, priming frame and all.
+    // Every file plays as it does on its own, its priming skipped and its
+    // padding cut, by one edit per file (MP4GaplessTrim::applyJoin); the
+    // join then adds no silence and each file starts where the ones before
+    // it end, to the sample. Files whose packets the join does not hold one
+    // for one keep the timing ffmpeg wrote.
+    if (format != OutputFormat::mp3) {
+        try {
+            std::vector<MP4GaplessTrim::JoinedFile> pieces;
+            pieces.reserve(static_cast<std::size_t>(files.size()));
+            for (const QString& f : files)
+                pieces.push_back(MP4GaplessTrim::joinedFile(f));
+            const std::vector<std::int64_t> starts = MP4GaplessTrim::applyJoin(output, pieces);
+            const double rate = double(measure(output).timescale);
+            offsets.clear();
+            for (const std::int64_t start : starts)
+                offsets.push_back(double(start) / rate);
+            Log::write(QStringLiteral("[Mux] Gapless join: %1 edits, %2 samples")
+                           .arg(starts.size())
+                           .arg(starts.back() + pieces.back().samples));
+        } catch (const Error& e) {
+            Log::write(QStringLiteral("[Mux] Join keeps ffmpeg's timing: ") + e.description());
+        }
+    }
+    // The book's first chapter begins with the book.
     if (!offsets.empty())
         offsets.front() = 0.0;
 

@@ -1,6 +1,7 @@
 #include "export/strategies/MultiFileExportStrategy.h"
 
 #include "export/strategies/ConcurrencyPlan.h"
+#include "export/strategies/MP4GaplessTrim.h"
 #include "export/decision/FolderPassthroughRule.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
@@ -12,6 +13,7 @@
 
 #include <cmath>
 #include <mutex>
+#include <optional>
 
 namespace folivox {
 
@@ -173,6 +175,31 @@ ExportOutcome MultiFileExportStrategy::run(ExportContext& context)
         QStringLiteral("[MultiFile]"));
     noteTiming(QStringLiteral("encode"), double(phase.elapsed()) / 1000.0);
 
+    // Each encoded M4A plays exactly its chapter's samples: ffmpeg's muxer
+    // skips the priming and cuts the last packet to the real samples, but
+    // writes the edit list in the movie's millisecond clock and no iTunes
+    // gapless item; MP4GaplessTrim writes both from the sample counts. (An
+    // MP3 encode gets its encoder delay and padding in the LAME tag of its
+    // Info frame from ffmpeg's muxer; a copied file keeps its own fields.)
+    std::vector<std::optional<double>> exactLength(static_cast<std::size_t>(count));
+    if (settings.outputFormat != OutputFormat::mp3) {
+        for (int i = 0; i < count; ++i) {
+            const std::size_t k = std::size_t(i);
+            if (copyFrom[k])
+                continue;
+            context.throwIfCancelled();
+            const MP4GaplessTrim::Layout layout = MP4GaplessTrim::read(temps[k]);
+            const std::int64_t samples = layout.mediaSamples - layout.framing.priming;
+            MP4GaplessTrim::apply(temps[k], layout.framing.priming, samples);
+            if (layout.timescale > 0)
+                exactLength[k] = double(samples) / double(layout.timescale);
+            Log::write(QStringLiteral("[MultiFile] Chapter %1: %2 samples, priming %3 (gapless fields written)")
+                           .arg(i + 1)
+                           .arg(samples)
+                           .arg(layout.framing.priming));
+        }
+    }
+
     // Each file's length, for the chapter list of the result.
     std::vector<ExportedChapter> exported;
     double start = 0;
@@ -182,7 +209,9 @@ ExportOutcome MultiFileExportStrategy::run(ExportContext& context)
         c.start = start;
         c.planChapter = i;
         c.file = QDir(context.outputURL).filePath(names[std::size_t(i)]);
-        if (settings.outputFormat == OutputFormat::mp3) {
+        if (exactLength[std::size_t(i)]) {
+            c.duration = *exactLength[std::size_t(i)];
+        } else if (settings.outputFormat == OutputFormat::mp3) {
             c.duration = plan.segments[std::size_t(i)].plannedDuration;
         } else {
             try {

@@ -4,6 +4,7 @@
 #include "container/io/FaultInjection.h"
 #include "process/ChildProcessReaper.h"
 #include "export/engine/DefaultExportService.h"
+#include "export/strategies/MP4GaplessTrim.h"
 #include "export/strategies/FFmpegAudioEncoder.h"
 #include "process/FFmpegWrapper.h"
 #include "process/ManualCancellationToken.h"
@@ -156,18 +157,19 @@ TEST_F(EngineBuild, TwoAacSourcesAreJoinedByCopyWithChaptersWhereEachFileBegins)
 
     ASSERT_TRUE(b.result.succeeded()) << errorText(b).toStdString();
     EXPECT_EQ(b.result.outcome->strategy, ExportDecision::Strategy::passthroughConcat);
-    // Copied frames: the packets of both files, every one of them.
-    EXPECT_EQ(test::audioPacketCount(output),
+    // Copied frames: the packets of both files, every one of them, once.
+    EXPECT_EQ(MP4GaplessTrim::read(output).packets,
               test::audioPacketCount(a.url.toLocalFile()) + test::audioPacketCount(c.url.toLocalFile()));
     const double expected = a.duration + c.duration;
     EXPECT_NEAR(Fixtures::decodedDuration(output), expected, 0.05 * 2);
     const auto& chapters = b.result.outcome->chapters;
     ASSERT_EQ(chapters.size(), 2u);
     EXPECT_DOUBLE_EQ(chapters[0].start, 0.0);
-    // The second file's audio begins after all of the first file's frames
-    // (the first file's priming frame plays at the start of the book).
+    // The second file's audio begins where the first file's real samples
+    // end: no priming frame and no padding between them (the file's own
+    // edit list gives its length to the millisecond).
     const SegmentTiming first = FFmpegAudioEncoder::measure(a.url.toLocalFile());
-    EXPECT_NEAR(chapters[1].start, first.span + double(first.priming) / first.timescale, 1e-5);
+    EXPECT_NEAR(chapters[1].start, first.presentedDuration, 0.0005);
     ASSERT_EQ(metadata_->requests().size(), 1u);
     EXPECT_EQ(metadata_->requests()[0].chapters.size(), 2);
     EXPECT_NEAR(metadata_->requests()[0].chapters[1].startTime, chapters[1].start, 1e-9);
@@ -265,18 +267,13 @@ TEST_F(EngineBuild, EightySegmentsJoinInOnePassAndEightyOneInTwo)
     EXPECT_TRUE(QFile::exists(path(QStringLiteral("w81/cascade_list_000.txt"))));
     EXPECT_TRUE(QFile::exists(path(QStringLiteral("w81/cascade_final_list.txt"))));
     ASSERT_EQ(offsets.size(), 81u);
-    // Each piece's audio begins after every frame before it (and the first
-    // piece's priming frame), whatever the stages.
-    const SegmentTiming firstPiece = FFmpegAudioEncoder::measure(pieces[0]);
-    double frames = 0;
+    // Each piece's audio begins where the real samples of the pieces before
+    // it end, whatever the stages: 0.1 s apart.
     EXPECT_DOUBLE_EQ(offsets[0], 0.0);
-    for (int i = 0; i < 81; ++i) {
-        if (i > 0) {
-            EXPECT_NEAR(offsets[std::size_t(i)], frames + double(firstPiece.priming) / firstPiece.timescale, 1e-4) << i;
-        }
-        frames += FFmpegAudioEncoder::measure(pieces[i]).span;
-    }
-    EXPECT_EQ(test::audioPacketCount(path(QStringLiteral("w81/out.m4b"))), 81 * test::audioPacketCount(pieces[0]));
+    for (int i = 1; i < 81; ++i)
+        EXPECT_NEAR(offsets[std::size_t(i)], 0.1 * i, 1e-6) << i;
+    EXPECT_EQ(MP4GaplessTrim::read(path(QStringLiteral("w81/out.m4b"))).packets, 81 * test::audioPacketCount(pieces[0]));
+    EXPECT_NEAR(FFmpegAudioEncoder::measure(path(QStringLiteral("w81/out.m4b"))).presentedDuration, 8.1, 1e-6);
 }
 
 TEST_F(EngineBuild, ACancelledBuildLeavesNoProcessNoWorkFolderAndThePreviousFileUntouched)
