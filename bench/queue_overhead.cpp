@@ -246,11 +246,11 @@ int main(int argc, char** argv)
                 return 1;
             }
             const double wall = msSince(t);
-            const double cpu = ownAndReapedCpuMs() + (kind == 2 ? processCpuMs(kept.workerProcessId()) : 0) - cpuBefore;
+            const double jobCpu = ownAndReapedCpuMs() + (kind == 2 ? processCpuMs(kept.workerProcessId()) : 0) - cpuBefore;
             // Round 0 warms up: the in-process encoder list, the kept worker's start.
             if (round > 0 && (kind != 2 || kept.workerProcessId() == keptPid)) {
                 (kind == 0 ? inProcess : kind == 1 ? freshWorker : keptWorker).push_back(wall);
-                (kind == 0 ? inProcessCpu : kind == 1 ? freshWorkerCpu : keptWorkerCpu).push_back(cpu);
+                (kind == 0 ? inProcessCpu : kind == 1 ? freshWorkerCpu : keptWorkerCpu).push_back(jobCpu);
             }
         }
     }
