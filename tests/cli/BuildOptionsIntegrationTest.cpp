@@ -144,6 +144,37 @@ TEST_F(BuildOptions, AnOriginalJpegCoverIsKeptByteForByte)
     EXPECT_NE(reencoded, Fixtures::readFile(cover));
 }
 
+// A PNG cover stays PNG, byte for byte, when neither a size nor a quality is
+// asked for; asking for a quality makes it a JPEG at that quality.
+TEST_F(BuildOptions, APngCoverStaysPngUnlessASizeOrQualityIsAskedFor)
+{
+    const QString cover = path(QStringLiteral("cover.png"));
+    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("testsrc=s=320x320"),
+                                  QStringLiteral("-frames:v"), QStringLiteral("1"), QStringLiteral("-f"), QStringLiteral("image2"), cover}));
+    const QByteArray png = Fixtures::readFile(cover);
+    ASSERT_TRUE(png.startsWith("\x89PNG"));
+    constexpr int jpegType = 13;
+    constexpr int pngType = 14;
+    const auto covers = [&](const QString& book) { return test::MediaReaders::mutagenMp4(book).value(QStringLiteral("covr")).toArray(); };
+
+    const QString kept = path(QStringLiteral("kept.m4b"));
+    const CommandRun a = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), kept, QStringLiteral("-q"),
+                                  QStringLiteral("--cover"), cover});
+    ASSERT_EQ(a.exitCode, 0) << a.errText().toStdString();
+    const QJsonArray keptCovers = covers(kept);
+    ASSERT_EQ(keptCovers.size(), 1);
+    EXPECT_EQ(keptCovers.first().toObject().value(QStringLiteral("format")).toInt(), pngType);
+    EXPECT_EQ(keptCovers.first().toObject().value(QStringLiteral("size")).toInt(), png.size());
+
+    const QString converted = path(QStringLiteral("converted.m4b"));
+    const CommandRun b = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), converted, QStringLiteral("-q"),
+                                  QStringLiteral("--cover"), cover, QStringLiteral("--cover-quality"), QStringLiteral("80")});
+    ASSERT_EQ(b.exitCode, 0) << b.errText().toStdString();
+    const QJsonArray jpegCovers = covers(converted);
+    ASSERT_EQ(jpegCovers.size(), 1);
+    EXPECT_EQ(jpegCovers.first().toObject().value(QStringLiteral("format")).toInt(), jpegType);
+}
+
 // Sources without a picture and no --cover: an image named like a cover
 // beside the audio is used, and the result names it.
 TEST_F(BuildOptions, ACoverImageBesideTheAudioIsUsedAndNamed)
