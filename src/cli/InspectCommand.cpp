@@ -293,6 +293,11 @@ int InspectCommand::run(const QStringList& args)
             // The frame walk's verdict; a file it cannot read keeps its other facts.
             try {
                 r.integrity = MP3IntegrityService::scanFile(file, [] { return SignalCancellation::cancelled(); });
+                // The frames say how long the file plays; the container's
+                // figure is a byte-count estimate, or a header's frame count
+                // that a cut file no longer has.
+                if (r.integrity && r.integrity->validFrameCount > 0)
+                    r.format->duration = r.integrity->playedDuration.value_or(r.integrity->trueDuration);
             } catch (const MP3IntegrityError& e) {
                 Log::write(QStringLiteral("[Inspect] ") + e.description());
             }

@@ -1,6 +1,7 @@
 #include "AudioFixtures.h"
 
 #include "support/CommandRunner.h"
+#include "support/MediaReaders.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -132,4 +133,61 @@ TEST_F(InspectCommandIntegrationTest, UsageErrors)
     const CommandRun help = runFolivoxHere({"inspect", "--help"});
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_TRUE(help.out.startsWith("Usage: folivox inspect"));
+}
+
+namespace {
+
+// Samples per channel that a full decode by ffmpeg gives; -1 when it fails.
+qint64 decodedSamples(const QString& path)
+{
+    const auto r = folivox::test::MediaReaders::run(
+        "ffmpeg", {"-hide_banner", "-nostdin", "-v", "error", "-i", path, "-map", "0:a:0", "-ac", "1", "-f", "s16le", "-"});
+    return r.exitCode == 0 ? r.out.size() / 2 : -1;
+}
+
+double inspectedDuration(const QString& path)
+{
+    const CommandRun r = runFolivoxHere({"inspect", "--json", path});
+    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
+    return r.json().value("files").toArray().first().toObject().value("format").toObject().value("duration").toDouble();
+}
+
+} // namespace
+
+// The length inspect gives an MP3 is what a decoder plays: the encoder's
+// delay and padding (from the LAME extension) are left out, a file without an
+// information frame is counted frame by frame rather than guessed from its
+// size, and a cut file gives the length of the frames it still has, not the
+// length its header claims.
+TEST_F(InspectCommandIntegrationTest, Mp3DurationsAgreeWithAFullDecode)
+{
+    // "64k" a constant bitrate, "q6" a VBR quality.
+    const auto lame = [](const QString& bitrateOrQuality) {
+        return bitrateOrQuality.startsWith('q') ? QStringList{"-c:a", "libmp3lame", "-q:a", bitrateOrQuality.mid(1)}
+                                                : QStringList{"-c:a", "libmp3lame", "-b:a", bitrateOrQuality};
+    };
+    ASSERT_TRUE(Fixtures::tone(path("cbr.mp3"), 7.3, lame("64k"), 44100, 1));
+    ASSERT_TRUE(Fixtures::tone(path("vbr.mp3"), 9.1, lame("q6"), 44100, 2));
+    ASSERT_TRUE(Fixtures::tone(path("low.mp3"), 5.2, lame("32k"), 22050, 1));
+    // A VBR stream with no information frame at all.
+    ASSERT_TRUE(Fixtures::ffmpeg({"-f", "lavfi", "-i", "sine=frequency=200:duration=8.2,volume=enable='gt(t,4)':volume=0.05",
+                                  "-ac", "2", "-c:a", "libmp3lame", "-q:a", "4", "-write_xing", "0", path("bare.mp3")}));
+    for (const char* name : {"cbr.mp3", "vbr.mp3", "low.mp3", "bare.mp3"}) {
+        const QString file = path(name);
+        const qint64 samples = decodedSamples(file);
+        ASSERT_GT(samples, 0) << name;
+        const int rate = QString(name) == "low.mp3" ? 22050 : 44100;
+        EXPECT_NEAR(inspectedDuration(file), double(samples) / rate, 0.0011) << name;
+    }
+
+    // Cut in the middle of a frame: within the one broken frame of a decode,
+    // and far from the 30 s the information frame claims.
+    ASSERT_TRUE(Fixtures::tone(path("whole.mp3"), 30.0, lame("q6"), 44100, 2));
+    const QByteArray whole = Fixtures::readFile(path("whole.mp3"));
+    ASSERT_TRUE(Fixtures::writeFile(path("cut.mp3"), whole.left(whole.size() / 2 + 77)));
+    const qint64 cutSamples = decodedSamples(path("cut.mp3"));
+    ASSERT_GT(cutSamples, 0);
+    const double cut = inspectedDuration(path("cut.mp3"));
+    EXPECT_NEAR(cut, double(cutSamples) / 44100, 1152.0 / 44100 + 0.0011);
+    EXPECT_LT(cut, 20.0);
 }

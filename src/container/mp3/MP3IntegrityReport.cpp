@@ -44,6 +44,7 @@ QJsonObject MP3IntegrityReport::toJson() const
         .set("trailingBytes", trailingBytes)
         .set("claimedDuration", claimedDuration)
         .set("claimedBy", claimedBy)
+        .set("playedDuration", playedDuration)
         .object();
 }
 
@@ -63,6 +64,7 @@ MP3IntegrityReport MP3IntegrityReport::fromJson(const QJsonObject& json)
     m.trailingBytes = r.integer64("trailingBytes");
     m.claimedDuration = r.optionalNumber("claimedDuration");
     m.claimedBy = r.optionalString("claimedBy");
+    m.playedDuration = r.optionalNumber("playedDuration");
     return m;
 }
 
