@@ -191,3 +191,44 @@ TEST_F(InspectCommandIntegrationTest, Mp3DurationsAgreeWithAFullDecode)
     EXPECT_NEAR(cut, double(cutSamples) / 44100, 1152.0 / 44100 + 0.0011);
     EXPECT_LT(cut, 20.0);
 }
+
+// A tag with several values (an ID3v2.4 frame's NUL-separated list, repeated
+// Vorbis comments) is shown with all of them, in order.
+TEST_F(InspectCommandIntegrationTest, MultiValuedTagsAreKeptWhole)
+{
+    ASSERT_TRUE(Fixtures::tone(path("multi.mp3"), 1.0, {"-c:a", "libmp3lame", "-b:a", "64k"}, 44100, 1));
+    ASSERT_TRUE(Fixtures::tone(path("multi.flac"), 1.0, {}, 44100, 1));
+    const QString script = QStringLiteral(
+        "import sys\n"
+        "from mutagen.id3 import ID3, TPE1, TCON, TIT2, TXXX\n"
+        "from mutagen.flac import FLAC\n"
+        "t = ID3()\n"
+        "t.add(TPE1(encoding=3, text=['Ann Author', 'Bob Writer']))\n"
+        "t.add(TCON(encoding=3, text=['Audiobook', 'Fantasy']))\n"
+        "t.add(TXXX(encoding=3, desc='NARRATOR', text=['Cy Reader', 'Di Voice']))\n"
+        "t.add(TIT2(encoding=3, text=['One']))\n"
+        "t.save(sys.argv[1], v2_version=4)\n"
+        "f = FLAC(sys.argv[2])\n"
+        "f['artist'] = ['Ann Author', 'Bob Writer']\n"
+        "f['genre'] = ['Audiobook', 'Fantasy']\n"
+        "f.save()\n");
+    const auto tagged = folivox::test::MediaReaders::run(folivox::test::MediaReaders::python(),
+                                                         {"-c", script, path("multi.mp3"), path("multi.flac")});
+    ASSERT_EQ(tagged.exitCode, 0) << tagged.err.toStdString();
+
+    const CommandRun r = runFolivoxHere({"inspect", "--json", path("multi.mp3"), path("multi.flac")});
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    const QJsonArray files = r.json().value("files").toArray();
+    ASSERT_EQ(files.size(), 2);
+    for (const QJsonValue& file : files) {
+        const QJsonObject tags = file.toObject().value("tags").toObject();
+        EXPECT_EQ(tags.value("artist").toString(), "Ann Author;Bob Writer") << file.toObject().value("path").toString().toStdString();
+        EXPECT_EQ(tags.value("genre").toString(), "Audiobook;Fantasy");
+    }
+    const QJsonObject mp3Tags = files.first().toObject().value("tags").toObject();
+    EXPECT_EQ(mp3Tags.value("narrator").toString(), "Cy Reader;Di Voice");
+    EXPECT_EQ(mp3Tags.value("title").toString(), "One");
+
+    const CommandRun text = runFolivoxHere({"inspect", path("multi.mp3")});
+    EXPECT_TRUE(QString::fromUtf8(text.out).contains("    artist: Ann Author;Bob Writer\n")) << text.out.toStdString();
+}
