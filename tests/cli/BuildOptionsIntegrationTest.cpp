@@ -6,6 +6,7 @@
 #include "support/MediaReaders.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
 #include <QDirIterator>
 #include <QJsonArray>
@@ -293,4 +294,52 @@ TEST_F(BuildOptions, VerboseShowsEachChildsCommandLine)
     const QString expected = QStringLiteral("Command: ") + QStandardPaths::findExecutable(QStringLiteral("ffmpeg")) + QStringLiteral(" ");
     EXPECT_TRUE(r.errText().contains(expected)) << r.errText().left(2000).toStdString();
     EXPECT_TRUE(r.errText().contains(path(QStringLiteral("in/1.mp3")))) << "the inputs are on the command lines";
+}
+
+// The sort fields players file a book under: soal and soaa (TSOA and TSO2 in
+// an MP3) follow --sort-title and --sort-author unless given their own; and
+// the book carries the time it was made as its creation date.
+TEST_F(BuildOptions, SortAtomsAndTheCreationDateAreWritten)
+{
+    const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(-1);
+    const QString book = path(QStringLiteral("Hobbit.m4b"));
+    const CommandRun r = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), book, QStringLiteral("-q"),
+                                  QStringLiteral("--title"), QStringLiteral("The Hobbit"), QStringLiteral("--author"),
+                                  QStringLiteral("J. R. R. Tolkien"), QStringLiteral("--sort-title"), QStringLiteral("Hobbit, The"),
+                                  QStringLiteral("--sort-author"), QStringLiteral("Tolkien, J. R. R."), QStringLiteral("--year"),
+                                  QStringLiteral("1937-09-21")});
+    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
+    const QDateTime after = QDateTime::currentDateTimeUtc().addSecs(1);
+    const QJsonObject tags = test::MediaReaders::mutagenMp4(book);
+    EXPECT_EQ(tags.value(QStringLiteral("sonm")).toArray(), QJsonArray{QStringLiteral("Hobbit, The")});
+    EXPECT_EQ(tags.value(QStringLiteral("soal")).toArray(), QJsonArray{QStringLiteral("Hobbit, The")});
+    EXPECT_EQ(tags.value(QStringLiteral("soar")).toArray(), QJsonArray{QStringLiteral("Tolkien, J. R. R.")});
+    EXPECT_EQ(tags.value(QStringLiteral("soaa")).toArray(), QJsonArray{QStringLiteral("Tolkien, J. R. R.")});
+    EXPECT_EQ(tags.value(QStringLiteral("\u00A9day")).toArray(), QJsonArray{QStringLiteral("1937-09-21")});
+    // ffprobe reads the movie and track headers' creation time.
+    const QJsonObject probe = test::MediaReaders::ffprobe(book);
+    const QDateTime created = QDateTime::fromString(
+        probe.value(QStringLiteral("format")).toObject().value(QStringLiteral("tags")).toObject().value(QStringLiteral("creation_time")).toString(),
+        Qt::ISODateWithMs);
+    ASSERT_TRUE(created.isValid()) << QJsonDocument(probe).toJson().toStdString();
+    EXPECT_GE(created, before);
+    EXPECT_LE(created, after);
+    for (const QJsonValue& stream : probe.value(QStringLiteral("streams")).toArray())
+        EXPECT_EQ(QDateTime::fromString(stream.toObject().value(QStringLiteral("tags")).toObject().value(QStringLiteral("creation_time")).toString(),
+                                        Qt::ISODateWithMs),
+                  created);
+
+    // Sort fields of their own win; MP3 outputs carry them as ID3 frames.
+    const QString folder = path(QStringLiteral("mp3s"));
+    const CommandRun m = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), folder, QStringLiteral("-q"),
+                                  QStringLiteral("--format"), QStringLiteral("mp3"), QStringLiteral("--title"), QStringLiteral("The Hobbit"),
+                                  QStringLiteral("--sort-title"), QStringLiteral("Hobbit, The"), QStringLiteral("--sort-album"),
+                                  QStringLiteral("Middle-earth 1"), QStringLiteral("--author"), QStringLiteral("J. R. R. Tolkien"),
+                                  QStringLiteral("--sort-album-artist"), QStringLiteral("Tolkien")});
+    ASSERT_EQ(m.exitCode, 0) << m.errText().toStdString();
+    const QStringList mp3s = QDir(folder).entryList({QStringLiteral("*.mp3")}, QDir::Files, QDir::Name);
+    ASSERT_EQ(mp3s.size(), 2);
+    const QJsonObject id3 = test::MediaReaders::mutagenId3(QDir(folder).filePath(mp3s.first()));
+    EXPECT_EQ(id3.value(QStringLiteral("TSOA")).toArray(), QJsonArray{QStringLiteral("Middle-earth 1")}) << QJsonDocument(id3).toJson().toStdString();
+    EXPECT_EQ(id3.value(QStringLiteral("TSO2")).toArray(), QJsonArray{QStringLiteral("Tolkien")});
 }
