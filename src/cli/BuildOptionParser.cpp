@@ -133,7 +133,8 @@ QString BuildOptionParser::usage()
         "  -f, --force                replace an existing output (without it, the build stops before any work)\n"
         "  --dry-run                  print the plan (inputs in order, chapters, strategy, output) and write nothing\n"
         "  -q, --quiet                no progress\n"
-        "  -v, --verbose              echo the diagnostic log on stderr, with every child process's command line\n\n"
+        "  -v, --verbose              echo the diagnostic log on stderr, with every child process's command line\n"
+        "  -h, --help                 show this text\n\n"
         "Exit status: 0 built, 1 failed, 2 usage error, 130 cancelled.\n");
 }
 

@@ -5,6 +5,7 @@
 #include "cli/Console.h"
 #include "import/probe/LibavAudioInspector.h"
 #include "platform/Error.h"
+#include "platform/Log.h"
 #include "sidecars/apply/SidecarChapterFitter.h"
 #include "sidecars/discovery/SidecarDiscoveryService.h"
 #include "sidecars/discovery/SidecarMatchingService.h"
@@ -120,7 +121,7 @@ ChaptersCommand::ChaptersCommand(DurationProbe probe) : probe_(std::move(probe))
 QString ChaptersCommand::usage() const
 {
     return QStringLiteral(
-        "Usage: folivox chapters [--json] FILE [--audio AUDIO...]\n\n"
+        "Usage: folivox chapters [--json] [-v] FILE [--audio AUDIO...]\n\n"
         "Parses a chapter file (cue sheet, FFmetadata, Matroska XML or simple chapters,\n"
         "mp4chaps text, Audacity labels, plain text) and shows its format, chapters and\n"
         "warnings with their severity and line. With audio files, the chapters are also\n"
@@ -129,7 +130,8 @@ QString ChaptersCommand::usage() const
         "  --audio AUDIO  an audio file the chapters belong to (repeatable; further\n"
         "                 files may follow it)\n"
         "  --json         print one JSON document on stdout\n"
-        "  --help         show this text\n");
+        "  -v, --verbose  echo the diagnostic log on stderr\n"
+        "  -h, --help     show this text\n");
 }
 
 std::optional<std::int64_t> ChaptersCommand::audioDuration(const QString& path)
@@ -151,8 +153,10 @@ int ChaptersCommand::run(const QStringList& args)
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     const QCommandLineOption jsonOption(QStringLiteral("json"));
     const QCommandLineOption audioOption(QStringLiteral("audio"), QString(), QStringLiteral("AUDIO"));
+    const QCommandLineOption verboseOption(QStringList{QStringLiteral("v"), QStringLiteral("verbose")});
     parser.addOption(jsonOption);
     parser.addOption(audioOption);
+    parser.addOption(verboseOption);
     if (!parser.parse(QStringList{QStringLiteral("folivox chapters")} + args)) {
         Console::err(QStringLiteral("folivox chapters: ") + parser.errorText() + QStringLiteral("\n\n") + usage());
         return ExitUsage;
@@ -172,6 +176,8 @@ int ChaptersCommand::run(const QStringList& args)
         audioPaths += positional;
     }
     const bool json = parser.isSet(jsonOption);
+    if (parser.isSet(verboseOption))
+        Log::setVerbose(true);
 
     SidecarDiscoveryService discovery;
     QString text;

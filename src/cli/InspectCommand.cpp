@@ -245,23 +245,23 @@ QString InspectCommand::summary() const
 
 QString InspectCommand::usage() const
 {
-    return QStringLiteral("Usage: folivox inspect [--json] [--verbose] FILE...\n\n"
+    return QStringLiteral("Usage: folivox inspect [--json] [-v] FILE...\n\n"
                           "Shows each file's audio format (codec, profile, sample rate, channels, bitrate,\n"
                           "duration, container), its tags, embedded chapters and whether it has a cover;\n"
                           "for an MP3 also the verdict of its frame walk (see folivox check).\n"
                           "Files that can't be read are reported with their reason; the command then\n"
                           "exits with status 1.\n\n"
                           "Options:\n"
-                          "  --json     print one JSON document on stdout\n"
-                          "  --verbose  echo the diagnostic log on stderr\n"
-                          "  --help     show this text\n");
+                          "  --json         print one JSON document on stdout\n"
+                          "  -v, --verbose  echo the diagnostic log on stderr\n"
+                          "  -h, --help     show this text\n");
 }
 
 int InspectCommand::run(const QStringList& args)
 {
     QCommandLineParser parser;
     const QCommandLineOption json(QStringLiteral("json"));
-    const QCommandLineOption verbose(QStringLiteral("verbose"));
+    const QCommandLineOption verbose(QStringList{QStringLiteral("v"), QStringLiteral("verbose")});
     parser.addOption(json);
     parser.addOption(verbose);
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("audio files"), QStringLiteral("FILE..."));

@@ -290,7 +290,8 @@ QString UpdateCommand::usage() const
         "  --dry-run                 show what would change and write nothing\n"
         "  --json                    print one JSON document\n"
         "  -q, --quiet               no progress\n"
-        "  -v, --verbose             echo the log\n");
+        "  -v, --verbose             echo the log\n"
+        "  -h, --help                show this text\n");
 }
 
 std::variant<UpdateCommand::Options, QString> UpdateCommand::parse(const QStringList& args)
