@@ -3,6 +3,7 @@
 #include "cli/Console.h"
 #include "cli/SignalCancellation.h"
 #include "container/mp3/MP3IntegrityError.h"
+#include "core/json/JsonSeconds.h"
 #include "container/mp3/MP3IntegrityService.h"
 #include "process/FFmpegWrapper.h"
 #include "import/probe/FFprobeInspector.h"
@@ -151,7 +152,7 @@ QJsonObject toJson(const Inspection& r)
     format.insert(QStringLiteral("channels"), f.channels);
     if (f.bitrate)
         format.insert(QStringLiteral("bitrate"), *f.bitrate);
-    format.insert(QStringLiteral("duration"), f.duration);
+    format.insert(QStringLiteral("duration"), JsonSeconds::value(f.duration));
     format.insert(QStringLiteral("container"), p.container);
     o.insert(QStringLiteral("format"), format);
 
@@ -166,8 +167,8 @@ QJsonObject toJson(const Inspection& r)
     for (const MediaChapterMark& m : p.chapters) {
         QJsonObject c;
         c.insert(QStringLiteral("title"), m.title);
-        c.insert(QStringLiteral("start"), m.start);
-        c.insert(QStringLiteral("end"), m.end);
+        c.insert(QStringLiteral("start"), JsonSeconds::value(m.start));
+        c.insert(QStringLiteral("end"), JsonSeconds::value(m.end));
         chapters.append(c);
     }
     o.insert(QStringLiteral("chapters"), chapters);
@@ -183,8 +184,8 @@ QJsonObject toJson(const Inspection& r)
         QJsonObject integrity;
         integrity.insert(QStringLiteral("verdict"), enumName(r.integrity->verdict));
         integrity.insert(QStringLiteral("holes"), static_cast<int>(r.integrity->holes.size()));
-        integrity.insert(QStringLiteral("missingSeconds"), r.integrity->missingSeconds());
-        integrity.insert(QStringLiteral("trueDuration"), r.integrity->trueDuration);
+        integrity.insert(QStringLiteral("missingSeconds"), JsonSeconds::value(r.integrity->missingSeconds()));
+        integrity.insert(QStringLiteral("trueDuration"), JsonSeconds::value(r.integrity->trueDuration));
         o.insert(QStringLiteral("integrity"), integrity);
     }
     return o;

@@ -11,6 +11,8 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <cmath>
+
 #include <gtest/gtest.h>
 
 using folivox::test::AudioFixtures;
@@ -149,7 +151,10 @@ double inspectedDuration(const QString& path)
 {
     const CommandRun r = runFolivoxHere({"inspect", "--json", path});
     EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
-    return r.json().value("files").toArray().first().toObject().value("format").toObject().value("duration").toDouble();
+    const double seconds = r.json().value("files").toArray().first().toObject().value("format").toObject().value("duration").toDouble();
+    // Seconds rounded to the millisecond, as every JSON time is.
+    EXPECT_EQ(seconds, std::round(seconds * 1000) / 1000);
+    return seconds;
 }
 
 } // namespace
