@@ -241,16 +241,27 @@ TEST_F(BuildOptions, TheDefaultBitrateIsCappedToTheSourcesButAChosenOneIsKept)
     EXPECT_TRUE(chosen.json().value(QStringLiteral("warnings")).toArray().isEmpty());
 }
 
-// A 64 kb/s stereo AAC-LC book is copied, not re-encoded: bit for bit.
+// A 64 kb/s stereo or 32 kb/s mono AAC-LC book (bitrates that look like
+// HE-AAC from outside) is copied, not re-encoded: bit for bit.
 TEST_F(BuildOptions, LowBitrateAacLcIsCopiedUnderForce)
 {
-    const QString source = path(QStringLiteral("lc.m4a"));
-    ASSERT_TRUE(Fixtures::tone(source, 3.0, {QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"), QStringLiteral("64k")}, 44100, 2));
-    const CommandRun r = folivox({QStringLiteral("build"), source, QStringLiteral("-o"), path(QStringLiteral("copy.m4b")),
-                                  QStringLiteral("--passthrough"), QStringLiteral("force"), QStringLiteral("--json"), QStringLiteral("-q")});
-    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
-    EXPECT_TRUE(r.json().value(QStringLiteral("strategy")).toString().startsWith(QStringLiteral("passthrough"))) << r.out.toStdString();
-    EXPECT_EQ(Fixtures::decodedMd5(path(QStringLiteral("copy.m4b"))), Fixtures::decodedMd5(source));
+    struct Case {
+        const char* name;
+        const char* bitrate;
+        int channels;
+    };
+    for (const Case& c : {Case{"lc", "64k", 2}, Case{"mono", "32k", 1}}) {
+        const QString name = QString::fromLatin1(c.name);
+        const QString source = path(name + QStringLiteral(".m4a"));
+        ASSERT_TRUE(Fixtures::tone(source, 3.0, {QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"), QString::fromLatin1(c.bitrate)},
+                                   44100, c.channels));
+        const QString copy = path(name + QStringLiteral("-copy.m4b"));
+        const CommandRun r = folivox({QStringLiteral("build"), source, QStringLiteral("-o"), copy, QStringLiteral("--passthrough"),
+                                      QStringLiteral("force"), QStringLiteral("--json"), QStringLiteral("-q")});
+        ASSERT_EQ(r.exitCode, 0) << c.name << ": " << r.errText().toStdString();
+        EXPECT_TRUE(r.json().value(QStringLiteral("strategy")).toString().startsWith(QStringLiteral("passthrough"))) << r.out.toStdString();
+        EXPECT_EQ(Fixtures::decodedMd5(copy), Fixtures::decodedMd5(source)) << c.name;
+    }
 }
 
 // Building a folder into itself twice: the first book is not an input of
