@@ -3,6 +3,7 @@
 #include "core/json/JsonSeconds.h"
 
 #include "cli/Console.h"
+#include "container/mp3/MP3IntegrityService.h"
 #include "import/probe/LibavAudioInspector.h"
 #include "platform/Error.h"
 #include "platform/Log.h"
@@ -139,9 +140,16 @@ std::optional<std::int64_t> ChaptersCommand::audioDuration(const QString& path)
     // Read in process with libavformat: no child process per audio file.
     try {
         const MediaProbe probe = LibavAudioInspector().probe(path);
-        if (!std::isfinite(probe.duration) || probe.duration <= 0)
+        double seconds = probe.duration;
+        if (probe.codecName == u"mp3") {
+            // The frames say how long an MP3 plays; the container's figure
+            // may be a byte-count estimate.
+            if (const auto report = MP3IntegrityService::scanFile(path); report && report->playingSeconds())
+                seconds = *report->playingSeconds();
+        }
+        if (!std::isfinite(seconds) || seconds <= 0)
             return std::nullopt;
-        return static_cast<std::int64_t>(std::llround(probe.duration * 1000.0));
+        return static_cast<std::int64_t>(std::llround(seconds * 1000.0));
     } catch (const std::exception&) {
         return std::nullopt;
     }

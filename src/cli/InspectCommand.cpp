@@ -297,8 +297,8 @@ int InspectCommand::run(const QStringList& args)
                 // The frames say how long the file plays; the container's
                 // figure is a byte-count estimate, or a header's frame count
                 // that a cut file no longer has.
-                if (r.integrity && r.integrity->validFrameCount > 0)
-                    r.format->duration = r.integrity->playedDuration.value_or(r.integrity->trueDuration);
+                if (const auto seconds = r.integrity ? r.integrity->playingSeconds() : std::nullopt)
+                    r.format->duration = *seconds;
             } catch (const MP3IntegrityError& e) {
                 Log::write(QStringLiteral("[Inspect] ") + e.description());
             }

@@ -184,6 +184,13 @@ TEST_F(InspectCommandIntegrationTest, Mp3DurationsAgreeWithAFullDecode)
         const int rate = QString(name) == "low.mp3" ? 22050 : 44100;
         EXPECT_NEAR(inspectedDuration(file), double(samples) / rate, 0.0011) << name;
     }
+    // 'folivox chapters' measures the audio it checks chapters against the same way.
+    ASSERT_TRUE(Fixtures::writeFile(path("bare.txt"), "00:00:00.000 Opening\n00:00:04.000 Second\n"));
+    const CommandRun chapters = runFolivoxHere({"chapters", "--json", path("bare.txt"), "--audio", path("bare.mp3")});
+    ASSERT_EQ(chapters.exitCode, 0) << chapters.err.toStdString();
+    EXPECT_NEAR(chapters.json().value("audio").toObject().value("duration").toDouble(), double(decodedSamples(path("bare.mp3"))) / 44100,
+                0.0011)
+        << chapters.out.toStdString();
 
     // Cut in the middle of a frame: within the one broken frame of a decode,
     // and far from the 30 s the information frame claims.

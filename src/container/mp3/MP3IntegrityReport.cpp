@@ -29,6 +29,13 @@ double MP3IntegrityReport::missingSeconds() const
     return sum;
 }
 
+std::optional<double> MP3IntegrityReport::playingSeconds() const
+{
+    if (validFrameCount <= 0)
+        return std::nullopt;
+    return playedDuration.value_or(trueDuration);
+}
+
 QJsonObject MP3IntegrityReport::toJson() const
 {
     return JsonWriter()

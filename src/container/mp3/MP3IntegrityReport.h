@@ -49,6 +49,10 @@ struct MP3IntegrityReport {
 
     double missingSeconds() const;
 
+    // How long the file plays: playedDuration, else trueDuration; nothing
+    // when no audio frame was found.
+    std::optional<double> playingSeconds() const;
+
     QJsonObject toJson() const;
     // url, fileSize, validFrameCount, trueDuration, holes, verdict and
     // trailingBytes are required.
