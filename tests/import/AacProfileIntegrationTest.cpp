@@ -145,40 +145,49 @@ TEST(AacProfile, TheBitrateRuleAppliesOnlyWithoutADecodedProfile)
 }
 
 // HE-AAC that only the audio itself reveals: the container says AAC-LC at
-// 22.05 kHz, stereo at 48 kb/s (which the bitrate rule calls LC), and the
-// decoder finds SBR in the first frames.
+// 22.05 kHz (at bitrates the bitrate rule calls LC), and the decoder finds
+// SBR in the first frames. A mono one stays mono HE-AAC: no parametric stereo
+// is in it, though libavformat reports the two channels the decoder makes.
 TEST(AacProfile, ImplicitlySignalledHeAacIsFoundInTheAudio)
 {
     QTemporaryDir dir;
-    const QString lc = dir.filePath(QStringLiteral("lc.aac"));
-    ASSERT_TRUE(Fixtures::tone(lc, 3.0,
-                               {QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"), QStringLiteral("48k"),
-                                QStringLiteral("-flags"), QStringLiteral("+bitexact"), QStringLiteral("-f"), QStringLiteral("adts")},
-                               22050, 2));
-    const QByteArray he = withImplicitSbr(Fixtures::readFile(lc));
-    ASSERT_FALSE(he.isEmpty()) << "the encoder's ADTS frames could not be rewritten";
-    const QString heAdts = dir.filePath(QStringLiteral("he.aac"));
-    ASSERT_TRUE(Fixtures::writeFile(heAdts, he));
-    const QString heM4b = dir.filePath(QStringLiteral("he.m4b"));
-    const QString lcM4b = dir.filePath(QStringLiteral("lc.m4b"));
-    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-i"), heAdts, QStringLiteral("-c"), QStringLiteral("copy"), QStringLiteral("-f"),
-                                  QStringLiteral("ipod"), heM4b}));
-    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-i"), lc, QStringLiteral("-c"), QStringLiteral("copy"), QStringLiteral("-f"),
-                                  QStringLiteral("ipod"), lcM4b}));
+    struct Case {
+        const char* name;
+        int channels;
+        const char* bitrate;
+    };
+    for (const Case& c : {Case{"stereo", 2, "48k"}, Case{"mono", 1, "24k"}}) {
+        const QString name = QString::fromLatin1(c.name);
+        const QString lc = dir.filePath(name + QStringLiteral("-lc.aac"));
+        ASSERT_TRUE(Fixtures::tone(lc, 3.0,
+                                   {QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"), QString::fromLatin1(c.bitrate),
+                                    QStringLiteral("-flags"), QStringLiteral("+bitexact"), QStringLiteral("-f"), QStringLiteral("adts")},
+                                   22050, c.channels));
+        const QByteArray he = withImplicitSbr(Fixtures::readFile(lc));
+        ASSERT_FALSE(he.isEmpty()) << "the encoder's ADTS frames could not be rewritten";
+        const QString heAdts = dir.filePath(name + QStringLiteral("-he.aac"));
+        ASSERT_TRUE(Fixtures::writeFile(heAdts, he));
+        const QString heM4b = dir.filePath(name + QStringLiteral("-he.m4b"));
+        const QString lcM4b = dir.filePath(name + QStringLiteral("-lc.m4b"));
+        ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-i"), heAdts, QStringLiteral("-c"), QStringLiteral("copy"), QStringLiteral("-f"),
+                                      QStringLiteral("ipod"), heM4b}));
+        ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-i"), lc, QStringLiteral("-c"), QStringLiteral("copy"), QStringLiteral("-f"),
+                                      QStringLiteral("ipod"), lcM4b}));
 
-    // The signalling is implicit: the stored configuration is plain AAC-LC.
-    const auto config = storedConfig(heM4b);
-    ASSERT_TRUE(config.has_value());
-    EXPECT_EQ(config->codec(), QStringLiteral("aac-lc"));
-    EXPECT_EQ(config->sampleRate, 22050);
-    EXPECT_FALSE(config->syncExtensionPresent);
+        // The signalling is implicit: the stored configuration is plain AAC-LC.
+        const auto config = storedConfig(heM4b);
+        ASSERT_TRUE(config.has_value()) << c.name;
+        EXPECT_EQ(config->codec(), QStringLiteral("aac-lc")) << c.name;
+        EXPECT_EQ(config->sampleRate, 22050) << c.name;
+        EXPECT_FALSE(config->syncExtensionPresent) << c.name;
 
-    // Unchanged, the stream is LC; with SBR in its blocks, HE-AAC.
-    EXPECT_EQ(AacDecodedProfile::of(lcM4b), QStringLiteral("aac-lc"));
-    EXPECT_EQ(AacDecodedProfile::of(heAdts), QStringLiteral("he-aac"));
-    EXPECT_EQ(AacDecodedProfile::of(heM4b), QStringLiteral("he-aac"));
-    EXPECT_EQ(LibavAudioInspector().inspect(lcM4b).codec, QStringLiteral("aac-lc"));
-    const AudioSourceFormat f = LibavAudioInspector().inspect(heM4b);
-    EXPECT_EQ(f.codec, QStringLiteral("he-aac"));
-    EXPECT_EQ(f.channels, 2);
+        // Unchanged, the stream is LC; with SBR in its blocks, HE-AAC.
+        EXPECT_EQ(AacDecodedProfile::of(lcM4b), QStringLiteral("aac-lc")) << c.name;
+        EXPECT_EQ(AacDecodedProfile::of(heAdts), QStringLiteral("he-aac")) << c.name;
+        EXPECT_EQ(AacDecodedProfile::of(heM4b), QStringLiteral("he-aac")) << c.name;
+        EXPECT_EQ(LibavAudioInspector().inspect(lcM4b).codec, QStringLiteral("aac-lc")) << c.name;
+        const AudioSourceFormat f = LibavAudioInspector().inspect(heM4b);
+        EXPECT_EQ(f.codec, QStringLiteral("he-aac")) << c.name;
+        EXPECT_EQ(f.channels, c.channels) << c.name;
+    }
 }

@@ -428,7 +428,15 @@ AudioSourceFormat LibavAudioInspector::inspect(const MediaProbe& p) const
                            .arg(name, QString::fromUtf8(e.what())));
         }
     }
-    return merge(av, ff, name, decoded);
+    AudioSourceFormat result = merge(av, ff, name, decoded);
+    // Without parametric stereo the stream has the core's channels; the
+    // stream facts may say two for mono SBR, as the decoder makes two.
+    if (decoded && *decoded != u"he-aacv2") {
+        const auto asc = AudioSpecificConfig::parse(p.extradata);
+        if (asc && (asc->channelConfiguration == 1 || asc->channelConfiguration == 2))
+            result.channels = asc->channelConfiguration;
+    }
+    return result;
 }
 
 AudioSourceFormat LibavAudioInspector::merge(const AudioSourceFormat& av, const std::optional<AudioSourceFormat>& ff,
