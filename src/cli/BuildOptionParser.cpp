@@ -25,7 +25,8 @@ const TagOption kTagOptions[] = {
     {"description", &BookMetadataPatch::description}, {"summary", &BookMetadataPatch::summary},
     {"comment", &BookMetadataPatch::comment},       {"publisher", &BookMetadataPatch::publisher},
     {"copyright", &BookMetadataPatch::copyright},   {"sort-title", &BookMetadataPatch::sortTitle},
-    {"sort-author", &BookMetadataPatch::sortAuthor},
+    {"sort-author", &BookMetadataPatch::sortAuthor}, {"sort-album", &BookMetadataPatch::sortAlbum},
+    {"sort-album-artist", &BookMetadataPatch::sortAlbumArtist},
 };
 
 std::optional<ExportPreset> presetNamed(const QString& text)
@@ -109,7 +110,9 @@ QString BuildOptionParser::usage()
         "  --cover IMAGE  --cover-size original|1000|600  --cover-quality original|90|80|70|60\n\n"
         "Tags:\n"
         "  --title --author --narrator --series --series-index --year --genre --language\n"
-        "  --description --summary --comment --publisher --copyright --sort-title --sort-author\n\n"
+        "  --description --summary --comment --publisher --copyright --sort-title --sort-author\n"
+        "  --sort-album --sort-album-artist   (default: as --sort-title and --sort-author)\n"
+        "  See docs/TAGS.md for the atom or ID3 frame each one is written to.\n\n"
         "Library:\n"
         "  --book ID                  build a library book (its id or a unique start of it) instead of files;\n"
         "                             records the build on the book\n"
@@ -130,7 +133,8 @@ QString BuildOptionParser::usage()
         "  -f, --force                replace an existing output (without it, the build stops before any work)\n"
         "  --dry-run                  print the plan (inputs in order, chapters, strategy, output) and write nothing\n"
         "  -q, --quiet                no progress\n"
-        "  -v, --verbose              echo the diagnostic log on stderr, with every child process's command line\n\n"
+        "  -v, --verbose              echo the diagnostic log on stderr, with every child process's command line\n"
+        "  -h, --help                 show this text\n\n"
         "Exit status: 0 built, 1 failed, 2 usage error, 130 cancelled.\n");
 }
 

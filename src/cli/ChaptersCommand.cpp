@@ -3,8 +3,10 @@
 #include "core/json/JsonSeconds.h"
 
 #include "cli/Console.h"
+#include "container/mp3/MP3IntegrityService.h"
 #include "import/probe/LibavAudioInspector.h"
 #include "platform/Error.h"
+#include "platform/Log.h"
 #include "sidecars/apply/SidecarChapterFitter.h"
 #include "sidecars/discovery/SidecarDiscoveryService.h"
 #include "sidecars/discovery/SidecarMatchingService.h"
@@ -120,7 +122,7 @@ ChaptersCommand::ChaptersCommand(DurationProbe probe) : probe_(std::move(probe))
 QString ChaptersCommand::usage() const
 {
     return QStringLiteral(
-        "Usage: folivox chapters [--json] FILE [--audio AUDIO...]\n\n"
+        "Usage: folivox chapters [--json] [-v] FILE [--audio AUDIO...]\n\n"
         "Parses a chapter file (cue sheet, FFmetadata, Matroska XML or simple chapters,\n"
         "mp4chaps text, Audacity labels, plain text) and shows its format, chapters and\n"
         "warnings with their severity and line. With audio files, the chapters are also\n"
@@ -129,7 +131,8 @@ QString ChaptersCommand::usage() const
         "  --audio AUDIO  an audio file the chapters belong to (repeatable; further\n"
         "                 files may follow it)\n"
         "  --json         print one JSON document on stdout\n"
-        "  --help         show this text\n");
+        "  -v, --verbose  echo the diagnostic log on stderr\n"
+        "  -h, --help     show this text\n");
 }
 
 std::optional<std::int64_t> ChaptersCommand::audioDuration(const QString& path)
@@ -137,9 +140,16 @@ std::optional<std::int64_t> ChaptersCommand::audioDuration(const QString& path)
     // Read in process with libavformat: no child process per audio file.
     try {
         const MediaProbe probe = LibavAudioInspector().probe(path);
-        if (!std::isfinite(probe.duration) || probe.duration <= 0)
+        double seconds = probe.duration;
+        if (probe.codecName == u"mp3") {
+            // The frames say how long an MP3 plays; the container's figure
+            // may be a byte-count estimate.
+            if (const auto report = MP3IntegrityService::scanFile(path); report && report->playingSeconds())
+                seconds = *report->playingSeconds();
+        }
+        if (!std::isfinite(seconds) || seconds <= 0)
             return std::nullopt;
-        return static_cast<std::int64_t>(std::llround(probe.duration * 1000.0));
+        return static_cast<std::int64_t>(std::llround(seconds * 1000.0));
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -151,8 +161,10 @@ int ChaptersCommand::run(const QStringList& args)
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     const QCommandLineOption jsonOption(QStringLiteral("json"));
     const QCommandLineOption audioOption(QStringLiteral("audio"), QString(), QStringLiteral("AUDIO"));
+    const QCommandLineOption verboseOption(QStringList{QStringLiteral("v"), QStringLiteral("verbose")});
     parser.addOption(jsonOption);
     parser.addOption(audioOption);
+    parser.addOption(verboseOption);
     if (!parser.parse(QStringList{QStringLiteral("folivox chapters")} + args)) {
         Console::err(QStringLiteral("folivox chapters: ") + parser.errorText() + QStringLiteral("\n\n") + usage());
         return ExitUsage;
@@ -172,6 +184,8 @@ int ChaptersCommand::run(const QStringList& args)
         audioPaths += positional;
     }
     const bool json = parser.isSet(jsonOption);
+    if (parser.isSet(verboseOption))
+        Log::setVerbose(true);
 
     SidecarDiscoveryService discovery;
     QString text;

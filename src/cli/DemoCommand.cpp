@@ -11,6 +11,7 @@
 #include "process/FFmpegWrapper.h"
 #include "process/ManualCancellationToken.h"
 #include "platform/Error.h"
+#include "platform/Log.h"
 
 #include <QColor>
 #include <QDir>
@@ -34,9 +35,15 @@ QString DemoCommand::summary() const
 
 QString DemoCommand::usage() const
 {
-    return QStringLiteral("Usage: folivox demo [--json] [--quiet] [-o PATH]\n\n"
+    return QStringLiteral("Usage: folivox demo [--json] [-q] [-v] [-o PATH]\n\n"
                           "Generates four short chapters of audio and a cover, and builds them into\n"
-                          "\"Folivox Sample Book.m4b\" in the current directory (or PATH).\n");
+                          "\"Folivox Sample Book.m4b\" in the current directory (or PATH).\n\n"
+                          "Options:\n"
+                          "  -o, --output PATH  where the book goes\n"
+                          "  --json             print the result as JSON on stdout\n"
+                          "  -q, --quiet        no progress\n"
+                          "  -v, --verbose      echo the diagnostic log on stderr\n"
+                          "  -h, --help         show this text\n");
 }
 
 QStringList DemoCommand::chapterTitles()
@@ -121,8 +128,10 @@ int DemoCommand::run(const QStringList& args)
     for (qsizetype i = 0; i < args.size(); ++i) {
         if (args[i] == u"--json") {
             json = true;
-        } else if (args[i] == u"--quiet") {
+        } else if (args[i] == u"-q" || args[i] == u"--quiet") {
             quiet = true;
+        } else if (args[i] == u"-v" || args[i] == u"--verbose") {
+            Log::setVerbose(true);
         } else if ((args[i] == u"-o" || args[i] == u"--output") && i + 1 < args.size()) {
             output = args[++i];
         } else {

@@ -3,6 +3,7 @@
 #include "cli/Console.h"
 #include "cli/SignalCancellation.h"
 #include "container/mp3/MP3IntegrityError.h"
+#include "core/json/JsonSeconds.h"
 #include "container/mp3/MP3IntegrityService.h"
 #include "process/FFmpegWrapper.h"
 #include "import/probe/FFprobeInspector.h"
@@ -151,7 +152,7 @@ QJsonObject toJson(const Inspection& r)
     format.insert(QStringLiteral("channels"), f.channels);
     if (f.bitrate)
         format.insert(QStringLiteral("bitrate"), *f.bitrate);
-    format.insert(QStringLiteral("duration"), f.duration);
+    format.insert(QStringLiteral("duration"), JsonSeconds::value(f.duration));
     format.insert(QStringLiteral("container"), p.container);
     o.insert(QStringLiteral("format"), format);
 
@@ -166,8 +167,8 @@ QJsonObject toJson(const Inspection& r)
     for (const MediaChapterMark& m : p.chapters) {
         QJsonObject c;
         c.insert(QStringLiteral("title"), m.title);
-        c.insert(QStringLiteral("start"), m.start);
-        c.insert(QStringLiteral("end"), m.end);
+        c.insert(QStringLiteral("start"), JsonSeconds::value(m.start));
+        c.insert(QStringLiteral("end"), JsonSeconds::value(m.end));
         chapters.append(c);
     }
     o.insert(QStringLiteral("chapters"), chapters);
@@ -183,8 +184,8 @@ QJsonObject toJson(const Inspection& r)
         QJsonObject integrity;
         integrity.insert(QStringLiteral("verdict"), enumName(r.integrity->verdict));
         integrity.insert(QStringLiteral("holes"), static_cast<int>(r.integrity->holes.size()));
-        integrity.insert(QStringLiteral("missingSeconds"), r.integrity->missingSeconds());
-        integrity.insert(QStringLiteral("trueDuration"), r.integrity->trueDuration);
+        integrity.insert(QStringLiteral("missingSeconds"), JsonSeconds::value(r.integrity->missingSeconds()));
+        integrity.insert(QStringLiteral("trueDuration"), JsonSeconds::value(r.integrity->trueDuration));
         o.insert(QStringLiteral("integrity"), integrity);
     }
     return o;
@@ -245,23 +246,23 @@ QString InspectCommand::summary() const
 
 QString InspectCommand::usage() const
 {
-    return QStringLiteral("Usage: folivox inspect [--json] [--verbose] FILE...\n\n"
+    return QStringLiteral("Usage: folivox inspect [--json] [-v] FILE...\n\n"
                           "Shows each file's audio format (codec, profile, sample rate, channels, bitrate,\n"
                           "duration, container), its tags, embedded chapters and whether it has a cover;\n"
                           "for an MP3 also the verdict of its frame walk (see folivox check).\n"
                           "Files that can't be read are reported with their reason; the command then\n"
                           "exits with status 1.\n\n"
                           "Options:\n"
-                          "  --json     print one JSON document on stdout\n"
-                          "  --verbose  echo the diagnostic log on stderr\n"
-                          "  --help     show this text\n");
+                          "  --json         print one JSON document on stdout\n"
+                          "  -v, --verbose  echo the diagnostic log on stderr\n"
+                          "  -h, --help     show this text\n");
 }
 
 int InspectCommand::run(const QStringList& args)
 {
     QCommandLineParser parser;
     const QCommandLineOption json(QStringLiteral("json"));
-    const QCommandLineOption verbose(QStringLiteral("verbose"));
+    const QCommandLineOption verbose(QStringList{QStringLiteral("v"), QStringLiteral("verbose")});
     parser.addOption(json);
     parser.addOption(verbose);
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("audio files"), QStringLiteral("FILE..."));
@@ -293,6 +294,11 @@ int InspectCommand::run(const QStringList& args)
             // The frame walk's verdict; a file it cannot read keeps its other facts.
             try {
                 r.integrity = MP3IntegrityService::scanFile(file, [] { return SignalCancellation::cancelled(); });
+                // The frames say how long the file plays; the container's
+                // figure is a byte-count estimate, or a header's frame count
+                // that a cut file no longer has.
+                if (const auto seconds = r.integrity ? r.integrity->playingSeconds() : std::nullopt)
+                    r.format->duration = *seconds;
             } catch (const MP3IntegrityError& e) {
                 Log::write(QStringLiteral("[Inspect] ") + e.description());
             }

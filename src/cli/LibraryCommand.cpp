@@ -461,8 +461,9 @@ QString LibraryCommand::usage() const
         "  --library DIR  the library folder (default: $FOLIVOX_LIBRARY, else Library in the\n"
         "                 application data folder)\n"
         "  --json         print one JSON document on stdout\n"
-        "  --quiet        no progress\n"
-        "  --verbose      echo the diagnostic log on stderr\n\n"
+        "  -q, --quiet    no progress\n"
+        "  -v, --verbose  echo the diagnostic log on stderr\n"
+        "  -h, --help     show this text\n\n"
         "Exit status: 0 done, 1 failed (or a book was refused), 2 usage error, 130 cancelled.\n");
 }
 

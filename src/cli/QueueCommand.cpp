@@ -737,6 +737,11 @@ QString QueueCommand::usage() const
         "narrator, series, seriesIndex, year, genre; a folder whose values are all empty is left out).\n\n"
         "While 'queue run' works, the other subcommands given in another terminal act on that run at once.\n"
         "A second 'queue run' on the same queue is refused with the running one's process id.\n\n"
+        "Options (every subcommand):\n"
+        "  --json         print one JSON document on stdout\n"
+        "  -q, --quiet    no progress\n"
+        "  -v, --verbose  echo the diagnostic log on stderr\n"
+        "  -h, --help     show this text\n\n"
         "Exit status: 0 done (for run: every job of the run built), 1 failed (for run: a job failed, was skipped\n"
         "or cancelled, or the queue halted), 2 usage error, 130 cancelled by Ctrl-C.\n");
 }

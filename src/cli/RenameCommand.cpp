@@ -64,7 +64,8 @@ QString RenameCommand::usage() const
         "    --number-separator TEXT (default \". \")\n\n"
         "Other options:\n"
         "  --from FILE  read titles from a text file, one per line (blank lines skipped)\n"
-        "  --json       print one JSON document on stdout\n");
+        "  --json       print one JSON document on stdout\n"
+        "  -h, --help   show this text\n");
 }
 
 int RenameCommand::run(const QStringList& args)

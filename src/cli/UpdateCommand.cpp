@@ -37,7 +37,7 @@ namespace {
 // The tag options of `folivox build`, read by BuildOptionParser::parse.
 const char* const kTagOptions[] = {"title",   "author",  "narrator", "series",    "series-index", "year",      "genre",
                                    "language", "description", "summary", "comment", "publisher", "copyright", "sort-title",
-                                   "sort-author"};
+                                   "sort-author", "sort-album", "sort-album-artist"};
 
 // What the update is about to do, found before anything is written.
 struct Plan {
@@ -280,7 +280,8 @@ QString UpdateCommand::usage() const
         "Options:\n"
         "  --title --author --narrator --series --series-index --year --genre --language\n"
         "  --description --summary --comment --publisher --copyright --sort-title\n"
-        "  --sort-author VALUE       tags to write (as in build)\n"
+        "  --sort-author --sort-album --sort-album-artist VALUE\n"
+        "                            tags to write (as in build)\n"
         "  --chapter-titles FILE     new chapter titles, one a line, in order\n"
         "  --chapters FILE           a chapter file whose times match the book's\n"
         "  --cover IMAGE             a new cover (JPEG or PNG)\n"
@@ -289,7 +290,8 @@ QString UpdateCommand::usage() const
         "  --dry-run                 show what would change and write nothing\n"
         "  --json                    print one JSON document\n"
         "  -q, --quiet               no progress\n"
-        "  -v, --verbose             echo the log\n");
+        "  -v, --verbose             echo the log\n"
+        "  -h, --help                show this text\n");
 }
 
 std::variant<UpdateCommand::Options, QString> UpdateCommand::parse(const QStringList& args)

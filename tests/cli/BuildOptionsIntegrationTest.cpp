@@ -6,6 +6,7 @@
 #include "support/MediaReaders.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
 #include <QDirIterator>
 #include <QJsonArray>
@@ -144,6 +145,37 @@ TEST_F(BuildOptions, AnOriginalJpegCoverIsKeptByteForByte)
     EXPECT_NE(reencoded, Fixtures::readFile(cover));
 }
 
+// A PNG cover stays PNG, byte for byte, when neither a size nor a quality is
+// asked for; asking for a quality makes it a JPEG at that quality.
+TEST_F(BuildOptions, APngCoverStaysPngUnlessASizeOrQualityIsAskedFor)
+{
+    const QString cover = path(QStringLiteral("cover.png"));
+    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("testsrc=s=320x320"),
+                                  QStringLiteral("-frames:v"), QStringLiteral("1"), QStringLiteral("-f"), QStringLiteral("image2"), cover}));
+    const QByteArray png = Fixtures::readFile(cover);
+    ASSERT_TRUE(png.startsWith("\x89PNG"));
+    constexpr int jpegType = 13;
+    constexpr int pngType = 14;
+    const auto covers = [&](const QString& book) { return test::MediaReaders::mutagenMp4(book).value(QStringLiteral("covr")).toArray(); };
+
+    const QString kept = path(QStringLiteral("kept.m4b"));
+    const CommandRun a = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), kept, QStringLiteral("-q"),
+                                  QStringLiteral("--cover"), cover});
+    ASSERT_EQ(a.exitCode, 0) << a.errText().toStdString();
+    const QJsonArray keptCovers = covers(kept);
+    ASSERT_EQ(keptCovers.size(), 1);
+    EXPECT_EQ(keptCovers.first().toObject().value(QStringLiteral("format")).toInt(), pngType);
+    EXPECT_EQ(keptCovers.first().toObject().value(QStringLiteral("size")).toInt(), png.size());
+
+    const QString converted = path(QStringLiteral("converted.m4b"));
+    const CommandRun b = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), converted, QStringLiteral("-q"),
+                                  QStringLiteral("--cover"), cover, QStringLiteral("--cover-quality"), QStringLiteral("80")});
+    ASSERT_EQ(b.exitCode, 0) << b.errText().toStdString();
+    const QJsonArray jpegCovers = covers(converted);
+    ASSERT_EQ(jpegCovers.size(), 1);
+    EXPECT_EQ(jpegCovers.first().toObject().value(QStringLiteral("format")).toInt(), jpegType);
+}
+
 // Sources without a picture and no --cover: an image named like a cover
 // beside the audio is used, and the result names it.
 TEST_F(BuildOptions, ACoverImageBesideTheAudioIsUsedAndNamed)
@@ -209,16 +241,27 @@ TEST_F(BuildOptions, TheDefaultBitrateIsCappedToTheSourcesButAChosenOneIsKept)
     EXPECT_TRUE(chosen.json().value(QStringLiteral("warnings")).toArray().isEmpty());
 }
 
-// A 64 kb/s stereo AAC-LC book is copied, not re-encoded: bit for bit.
+// A 64 kb/s stereo or 32 kb/s mono AAC-LC book (bitrates that look like
+// HE-AAC from outside) is copied, not re-encoded: bit for bit.
 TEST_F(BuildOptions, LowBitrateAacLcIsCopiedUnderForce)
 {
-    const QString source = path(QStringLiteral("lc.m4a"));
-    ASSERT_TRUE(Fixtures::tone(source, 3.0, {QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"), QStringLiteral("64k")}, 44100, 2));
-    const CommandRun r = folivox({QStringLiteral("build"), source, QStringLiteral("-o"), path(QStringLiteral("copy.m4b")),
-                                  QStringLiteral("--passthrough"), QStringLiteral("force"), QStringLiteral("--json"), QStringLiteral("-q")});
-    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
-    EXPECT_TRUE(r.json().value(QStringLiteral("strategy")).toString().startsWith(QStringLiteral("passthrough"))) << r.out.toStdString();
-    EXPECT_EQ(Fixtures::decodedMd5(path(QStringLiteral("copy.m4b"))), Fixtures::decodedMd5(source));
+    struct Case {
+        const char* name;
+        const char* bitrate;
+        int channels;
+    };
+    for (const Case& c : {Case{"lc", "64k", 2}, Case{"mono", "32k", 1}}) {
+        const QString name = QString::fromLatin1(c.name);
+        const QString source = path(name + QStringLiteral(".m4a"));
+        ASSERT_TRUE(Fixtures::tone(source, 3.0, {QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-b:a"), QString::fromLatin1(c.bitrate)},
+                                   44100, c.channels));
+        const QString copy = path(name + QStringLiteral("-copy.m4b"));
+        const CommandRun r = folivox({QStringLiteral("build"), source, QStringLiteral("-o"), copy, QStringLiteral("--passthrough"),
+                                      QStringLiteral("force"), QStringLiteral("--json"), QStringLiteral("-q")});
+        ASSERT_EQ(r.exitCode, 0) << c.name << ": " << r.errText().toStdString();
+        EXPECT_TRUE(r.json().value(QStringLiteral("strategy")).toString().startsWith(QStringLiteral("passthrough"))) << r.out.toStdString();
+        EXPECT_EQ(Fixtures::decodedMd5(copy), Fixtures::decodedMd5(source)) << c.name;
+    }
 }
 
 // Building a folder into itself twice: the first book is not an input of
@@ -262,4 +305,52 @@ TEST_F(BuildOptions, VerboseShowsEachChildsCommandLine)
     const QString expected = QStringLiteral("Command: ") + QStandardPaths::findExecutable(QStringLiteral("ffmpeg")) + QStringLiteral(" ");
     EXPECT_TRUE(r.errText().contains(expected)) << r.errText().left(2000).toStdString();
     EXPECT_TRUE(r.errText().contains(path(QStringLiteral("in/1.mp3")))) << "the inputs are on the command lines";
+}
+
+// The sort fields players file a book under: soal and soaa (TSOA and TSO2 in
+// an MP3) follow --sort-title and --sort-author unless given their own; and
+// the book carries the time it was made as its creation date.
+TEST_F(BuildOptions, SortAtomsAndTheCreationDateAreWritten)
+{
+    const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(-1);
+    const QString book = path(QStringLiteral("Hobbit.m4b"));
+    const CommandRun r = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), book, QStringLiteral("-q"),
+                                  QStringLiteral("--title"), QStringLiteral("The Hobbit"), QStringLiteral("--author"),
+                                  QStringLiteral("J. R. R. Tolkien"), QStringLiteral("--sort-title"), QStringLiteral("Hobbit, The"),
+                                  QStringLiteral("--sort-author"), QStringLiteral("Tolkien, J. R. R."), QStringLiteral("--year"),
+                                  QStringLiteral("1937-09-21")});
+    ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
+    const QDateTime after = QDateTime::currentDateTimeUtc().addSecs(1);
+    const QJsonObject tags = test::MediaReaders::mutagenMp4(book);
+    EXPECT_EQ(tags.value(QStringLiteral("sonm")).toArray(), QJsonArray{QStringLiteral("Hobbit, The")});
+    EXPECT_EQ(tags.value(QStringLiteral("soal")).toArray(), QJsonArray{QStringLiteral("Hobbit, The")});
+    EXPECT_EQ(tags.value(QStringLiteral("soar")).toArray(), QJsonArray{QStringLiteral("Tolkien, J. R. R.")});
+    EXPECT_EQ(tags.value(QStringLiteral("soaa")).toArray(), QJsonArray{QStringLiteral("Tolkien, J. R. R.")});
+    EXPECT_EQ(tags.value(QStringLiteral("\u00A9day")).toArray(), QJsonArray{QStringLiteral("1937-09-21")});
+    // ffprobe reads the movie and track headers' creation time.
+    const QJsonObject probe = test::MediaReaders::ffprobe(book);
+    const QDateTime created = QDateTime::fromString(
+        probe.value(QStringLiteral("format")).toObject().value(QStringLiteral("tags")).toObject().value(QStringLiteral("creation_time")).toString(),
+        Qt::ISODateWithMs);
+    ASSERT_TRUE(created.isValid()) << QJsonDocument(probe).toJson().toStdString();
+    EXPECT_GE(created, before);
+    EXPECT_LE(created, after);
+    for (const QJsonValue& stream : probe.value(QStringLiteral("streams")).toArray())
+        EXPECT_EQ(QDateTime::fromString(stream.toObject().value(QStringLiteral("tags")).toObject().value(QStringLiteral("creation_time")).toString(),
+                                        Qt::ISODateWithMs),
+                  created);
+
+    // Sort fields of their own win; MP3 outputs carry them as ID3 frames.
+    const QString folder = path(QStringLiteral("mp3s"));
+    const CommandRun m = folivox({QStringLiteral("build"), path(QStringLiteral("in")), QStringLiteral("-o"), folder, QStringLiteral("-q"),
+                                  QStringLiteral("--format"), QStringLiteral("mp3"), QStringLiteral("--title"), QStringLiteral("The Hobbit"),
+                                  QStringLiteral("--sort-title"), QStringLiteral("Hobbit, The"), QStringLiteral("--sort-album"),
+                                  QStringLiteral("Middle-earth 1"), QStringLiteral("--author"), QStringLiteral("J. R. R. Tolkien"),
+                                  QStringLiteral("--sort-album-artist"), QStringLiteral("Tolkien")});
+    ASSERT_EQ(m.exitCode, 0) << m.errText().toStdString();
+    const QStringList mp3s = QDir(folder).entryList({QStringLiteral("*.mp3")}, QDir::Files, QDir::Name);
+    ASSERT_EQ(mp3s.size(), 2);
+    const QJsonObject id3 = test::MediaReaders::mutagenId3(QDir(folder).filePath(mp3s.first()));
+    EXPECT_EQ(id3.value(QStringLiteral("TSOA")).toArray(), QJsonArray{QStringLiteral("Middle-earth 1")}) << QJsonDocument(id3).toJson().toStdString();
+    EXPECT_EQ(id3.value(QStringLiteral("TSO2")).toArray(), QJsonArray{QStringLiteral("Tolkien")});
 }

@@ -42,9 +42,10 @@ std::optional<MP3InfoFrame> MP3InfoFrame::parse(const std::uint8_t* frame, std::
                 printable = printable && frame[lame + i] >= 0x20 && frame[lame + i] < 0x7F;
             info.lame = printable;
             if (printable) {
+                // Twelve bits of delay and twelve of padding, 21 bytes in.
                 const std::uint8_t* d = frame + lame + 21;
-                info.encoderDelay = (d[0] << 4) | (d[1] >> 4);
-                info.encoderPadding = ((d[1] & 0x0F) << 8) | d[2];
+                info.encoderDelay = (int(d[0]) << 4) | (d[1] >> 4);
+                info.encoderPadding = ((int(d[1]) & 0x0F) << 8) | d[2];
             }
         }
         return info;

@@ -29,10 +29,15 @@ struct MP3InfoFrame {
     std::optional<std::uint32_t> frames; // audio frames, this one not counted
     std::optional<std::uint32_t> bytes;  // stream bytes, this frame included
     bool lame = false;                   // a LAME-style extension follows
-    // From the LAME extension: samples the encoder put before the audio and
-    // after it (12 bits each).
+    // From the LAME extension: samples the encoder put before the audio, and
+    // samples of silence it added after it to fill the last frame.
     std::optional<int> encoderDelay;
     std::optional<int> encoderPadding;
+
+    // Samples a decoder adds in front of its output on its own, which a
+    // gapless decoder drops along with the encoder's delay (and gives back at
+    // the end, out of the padding).
+    static constexpr int kDecoderDelay = 529;
 
     // The information frame in this frame (whose header is h), if it is one.
     static std::optional<MP3InfoFrame> parse(const std::uint8_t* frame, std::size_t length, const MP3FrameHeader& h);

@@ -29,6 +29,13 @@ double MP3IntegrityReport::missingSeconds() const
     return sum;
 }
 
+std::optional<double> MP3IntegrityReport::playingSeconds() const
+{
+    if (validFrameCount <= 0)
+        return std::nullopt;
+    return playedDuration.value_or(trueDuration);
+}
+
 QJsonObject MP3IntegrityReport::toJson() const
 {
     return JsonWriter()
@@ -44,6 +51,7 @@ QJsonObject MP3IntegrityReport::toJson() const
         .set("trailingBytes", trailingBytes)
         .set("claimedDuration", claimedDuration)
         .set("claimedBy", claimedBy)
+        .set("playedDuration", playedDuration)
         .object();
 }
 
@@ -63,6 +71,7 @@ MP3IntegrityReport MP3IntegrityReport::fromJson(const QJsonObject& json)
     m.trailingBytes = r.integer64("trailingBytes");
     m.claimedDuration = r.optionalNumber("claimedDuration");
     m.claimedBy = r.optionalString("claimedBy");
+    m.playedDuration = r.optionalNumber("playedDuration");
     return m;
 }
 

@@ -33,6 +33,12 @@ struct MP3IntegrityReport {
     std::optional<int> channelMode;
     qint64 trailingBytes = 0;
     std::optional<double> claimedDuration;
+    // What a gapless decoder plays: the audio frames less the encoder delay
+    // the LAME extension states (with the decoder's own delay), and less its
+    // padding when every frame the information frame counts is there (a cut
+    // file has lost the padded end). Left out without a LAME extension, where
+    // trueDuration is what plays.
+    std::optional<double> playedDuration;
     // "Xing header", "VBRI header" or "TLEN tag".
     std::optional<QString> claimedBy;
 
@@ -42,6 +48,10 @@ struct MP3IntegrityReport {
     static MP3IntegrityVerdict judge(bool locked, const std::vector<MP3IntegrityHole>& holes, double trueDuration);
 
     double missingSeconds() const;
+
+    // How long the file plays: playedDuration, else trueDuration; nothing
+    // when no audio frame was found.
+    std::optional<double> playingSeconds() const;
 
     QJsonObject toJson() const;
     // url, fileSize, validFrameCount, trueDuration, holes, verdict and

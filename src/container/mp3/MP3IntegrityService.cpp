@@ -9,6 +9,8 @@
 #include <QMetaObject>
 #include <QUrl>
 
+#include <algorithm>
+
 #include <future>
 
 namespace folivox {
@@ -75,6 +77,14 @@ std::optional<MP3IntegrityReport> MP3IntegrityService::scanFile(const QString& p
     } else if (scan->taggedLength) {
         report.claimedDuration = scan->taggedLength;
         report.claimedBy = QStringLiteral("TLEN tag");
+    }
+    if (scan->locked && scan->sampleRate > 0 && scan->infoFrame && scan->infoFrame->encoderDelay) {
+        const MP3InfoFrame& info = *scan->infoFrame;
+        const bool complete = info.frames && scan->validFrameCount >= std::int64_t(*info.frames);
+        std::int64_t samples = scan->validFrameCount * scan->samplesPerFrame - *info.encoderDelay - MP3InfoFrame::kDecoderDelay;
+        if (complete)
+            samples -= std::max(0, info.encoderPadding.value_or(0) - MP3InfoFrame::kDecoderDelay);
+        report.playedDuration = double(std::max<std::int64_t>(0, samples)) / scan->sampleRate;
     }
     report.verdict = MP3IntegrityReport::judge(scan->locked, scan->holes, scan->trueDuration);
     return report;

@@ -66,6 +66,22 @@ QString MetadataItemBuilder::albumTitle(const BookMetadata& m)
     return title.isEmpty() ? prefix : prefix + QStringLiteral(": ") + title;
 }
 
+std::optional<QString> MetadataItemBuilder::sortAlbum(const BookMetadata& m)
+{
+    if (const auto own = nonBlank(m.sortAlbum))
+        return own;
+    if (albumTitle(m) == m.title)
+        return nonBlank(m.sortTitle);
+    return std::nullopt;
+}
+
+std::optional<QString> MetadataItemBuilder::sortAlbumArtist(const BookMetadata& m)
+{
+    if (const auto own = nonBlank(m.sortAlbumArtist))
+        return own;
+    return nonBlank(m.sortAuthor);
+}
+
 QList<MetadataItem> MetadataItemBuilder::items(const BookMetadata& m, const FilePlacement& placement,
                                                MP4TagsService::MediaType mediaType)
 {
@@ -96,8 +112,8 @@ QList<MetadataItem> MetadataItemBuilder::items(const BookMetadata& m, const File
     text(u"\u00A9too", m.encodedWith);
     text(u"sonm", m.sortTitle);
     text(u"soar", m.sortAuthor);
-    text(u"soal", m.sortAlbum);
-    text(u"soaa", m.sortAlbumArtist);
+    text(u"soal", sortAlbum(m));
+    text(u"soaa", sortAlbumArtist(m));
     out.append(MetadataItem::text(QStringLiteral("stik"), MP4TagsService::mediaTypeName(mediaType)));
     if (placement.trackNumber > 0) {
         MetadataItem track = MetadataItem::text(QStringLiteral("trkn"), QString::number(placement.trackNumber));

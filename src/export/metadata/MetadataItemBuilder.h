@@ -65,6 +65,13 @@ public:
     // The album text for a book (see above).
     static QString albumTitle(const BookMetadata& metadata);
 
+    // How players sort the album and the album artist (`soal`, `soaa`;
+    // TSOA, TSO2). Without one of its own, the album sorts as the title does
+    // when the album is the title, and the album artist (the author) as the
+    // author does.
+    static std::optional<QString> sortAlbum(const BookMetadata& metadata);
+    static std::optional<QString> sortAlbumArtist(const BookMetadata& metadata);
+
     // The options that carry an atom (two for trkn and disk); empty for an
     // atom mp4tags does not carry.
     static QStringList optionsFor(const QString& atom);

@@ -87,8 +87,8 @@ void Mp3TagWriter::write(const QString& path, const BookMetadata& m, const QByte
         setText(tag, "TSSE", m.encodedWith);
         setText(tag, "TSOT", m.sortTitle);
         setText(tag, "TSOP", m.sortAuthor);
-        setText(tag, "TSOA", m.sortAlbum);
-        setText(tag, "TSO2", m.sortAlbumArtist);
+        setText(tag, "TSOA", MetadataItemBuilder::sortAlbum(m));
+        setText(tag, "TSO2", MetadataItemBuilder::sortAlbumArtist(m));
         std::optional<QString> language;
         if (const auto l = nonBlank(m.language))
             language = LanguageCodes::toISO6392(*l).value_or(*l);

@@ -81,9 +81,11 @@ std::optional<QByteArray> CoverOptions::renderCover(const QByteArray& imageBytes
     if (!image.loadFromData(imageBytes) || image.isNull())
         return std::nullopt;
     const QSize target = targetSize(effectiveSize(size, image.size()), image.size());
-    // A JPEG asked for at its own size and quality goes in as it is: a
-    // second encode only adds bytes and loses detail.
-    if (target == image.size() && quality == CoverQuality::original && imageBytes.startsWith(QByteArrayLiteral("\xFF\xD8\xFF")))
+    // A JPEG or PNG asked for at its own size and quality goes in as it is:
+    // a second encode only adds bytes and loses detail (and a PNG's alpha).
+    const bool jpegOrPng = imageBytes.startsWith(QByteArrayLiteral("\xFF\xD8\xFF"))
+                           || imageBytes.startsWith(QByteArrayLiteral("\x89PNG\r\n\x1A\n"));
+    if (target == image.size() && quality == CoverQuality::original && jpegOrPng)
         return imageBytes;
     if (target != image.size())
         image = image.scaled(target, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);

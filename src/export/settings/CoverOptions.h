@@ -37,7 +37,7 @@ public:
     static QString label(CoverSize size, CoverQuality quality);
 
     // The cover as it goes into the book: decoded, scaled to targetSize and
-    // written as JPEG at jpegQuality; a JPEG kept at its own size and
+    // written as JPEG at jpegQuality; a JPEG or PNG kept at its own size and
     // original quality is returned byte for byte. No value when the bytes
     // are not an image.
     static std::optional<QByteArray> renderCover(const QByteArray& imageBytes, CoverSize size, CoverQuality quality);

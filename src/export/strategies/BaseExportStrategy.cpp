@@ -3,6 +3,7 @@
 #include "container/mp4/FastStartRelocator.h"
 #include "container/io/FaultInjection.h"
 #include "container/io/FileRangeCopier.h"
+#include "container/mp4/MP4CreationTimeStamper.h"
 #include "container/mp4/MP4File.h"
 #include "container/io/SafeFileReplace.h"
 #include "export/settings/AudiobookSourceInfo.h"
@@ -14,6 +15,7 @@
 #include "platform/L10n.h"
 #include "platform/Log.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -165,6 +167,12 @@ void BaseExportStrategy::finishFile(const ExportContext& context, const QString&
     report(ExportPhase::metadata, 1);
     if (!isMP4Container(file))
         return;
+    try {
+        MP4CreationTimeStamper::stamp(file, QDateTime::currentDateTimeUtc());
+    } catch (const Error& e) {
+        Log::write(QStringLiteral("[Export] creation date not set on '") + fileName(file) + QStringLiteral("' (non-fatal): ")
+                   + e.description());
+    }
 
     context.throwIfCancelled();
     report(ExportPhase::fastStart, 0);

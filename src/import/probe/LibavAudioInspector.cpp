@@ -4,6 +4,7 @@
 
 #include "import/probe/AudioSpecificConfig.h"
 #include "import/probe/FFprobeInspector.h"
+#include "import/probe/Id3MultiValues.h"
 #include "import/probe/InspectionError.h"
 #include "import/probe/MP4MediaReferences.h"
 #include "platform/Log.h"
@@ -101,14 +102,25 @@ std::uint32_t fourCCForCodec(AVCodecID id)
     return 0;
 }
 
+// Adds the dictionary's tags that `into` does not have yet. A key the
+// dictionary holds more than once (a repeated MP4 item) keeps all its
+// values, joined with ';'.
 void copyTags(const AVDictionary* dict, QMap<QString, QString>& into)
 {
+    QMap<QString, QString> found;
     const AVDictionaryEntry* e = nullptr;
     while ((e = av_dict_get(dict, "", e, AV_DICT_IGNORE_SUFFIX))) {
         const QString key = QString::fromUtf8(e->key).toLower();
-        if (!into.contains(key))
-            into.insert(key, QString::fromUtf8(e->value));
+        const QString value = QString::fromUtf8(e->value);
+        auto it = found.find(key);
+        if (it == found.end())
+            found.insert(key, value);
+        else if (!it->split(QLatin1Char(';')).contains(value))
+            *it += QLatin1Char(';') + value;
     }
+    for (auto it = found.constBegin(); it != found.constEnd(); ++it)
+        if (!into.contains(it.key()))
+            into.insert(it.key(), it.value());
 }
 
 bool isValidDuration(double d)
@@ -298,6 +310,12 @@ MediaProbe LibavAudioInspector::probe(const QString& path, const std::function<b
     if (ctx->bit_rate > 0)
         p.containerBitrate = static_cast<int>(ctx->bit_rate);
     copyTags(st->metadata, p.tags);
+    if (par->codec_id == AV_CODEC_ID_MP3) {
+        // libavformat keeps the first of an ID3v2 frame's values only.
+        const QMap<QString, QString> multi = Id3MultiValues::of(path);
+        for (auto it = multi.constBegin(); it != multi.constEnd(); ++it)
+            p.tags.insert(it.key(), it.value());
+    }
 
     const std::uint32_t tag = p.codecTag;
     p.encrypted = tag == ProbedAudioFormat::fourCC("drms") || tag == ProbedAudioFormat::fourCC("aavd")
@@ -410,7 +428,15 @@ AudioSourceFormat LibavAudioInspector::inspect(const MediaProbe& p) const
                            .arg(name, QString::fromUtf8(e.what())));
         }
     }
-    return merge(av, ff, name, decoded);
+    AudioSourceFormat result = merge(av, ff, name, decoded);
+    // Without parametric stereo the stream has the core's channels; the
+    // stream facts may say two for mono SBR, as the decoder makes two.
+    if (decoded && *decoded != u"he-aacv2") {
+        const auto asc = AudioSpecificConfig::parse(p.extradata);
+        if (asc && (asc->channelConfiguration == 1 || asc->channelConfiguration == 2))
+            result.channels = asc->channelConfiguration;
+    }
+    return result;
 }
 
 AudioSourceFormat LibavAudioInspector::merge(const AudioSourceFormat& av, const std::optional<AudioSourceFormat>& ff,
