@@ -4,7 +4,7 @@
 #include "library/BookBuildInputs.h"
 #include "library/files/LibraryPersistence.h"
 #include "library/LibraryStore.h"
-#include "queue/records/QueueRunError.h"
+#include "queue/run/LibraryStoreBookSource.h"
 
 namespace folivox {
 
@@ -15,24 +15,11 @@ LibraryQueueBookSource::LibraryQueueBookSource(QString libraryRoot)
 
 QueueBuildInput LibraryQueueBookSource::input(const QUuid& bookID)
 {
+    // The library read afresh for each job, then asked as an open one is.
     auto persistence = std::make_shared<LibraryPersistence>(root_);
     LibraryStore store(persistence);
     store.load();
-    if (!store.summary(bookID))
-        throw QueueRunError::bookRemoved();
-    BookBuildInputs inputs;
-    try {
-        inputs = store.buildInputs(bookID);
-    } catch (const LibraryPersistenceError& e) {
-        if (e.kind() == LibraryPersistenceError::Kind::bookNotFound)
-            throw QueueRunError::bookRemoved();
-        throw;
-    }
-    QueueBuildInput input;
-    input.book = ImportedBook{inputs.tracks, inputs.bookmarks, inputs.metadata};
-    input.settings = inputs.settings;
-    input.revision = inputs.revision;
-    return input;
+    return LibraryStoreBookSource(store).input(bookID);
 }
 
 void LibraryQueueBookSource::recordBuild(const QUuid& bookID, int revision, const QStringList& outputFiles,
