@@ -148,7 +148,9 @@ void refuseIfAnotherBuildWrites(const QString& output)
     try {
         OutputLock::acquire(output);
     } catch (const Error& e) {
-        throw BuildFailure::failed(e.description(), output);
+        BuildFailure failure = BuildFailure::failed(e.description(), output);
+        failure.setCause(e.cause());
+        throw failure;
     }
 }
 
@@ -523,6 +525,7 @@ BuildResult BuildUseCase::run(const BuildRequest& request, std::shared_ptr<const
                                                                 : prepared.output);
         failure.logFile = exported.logFile;
         failure.exportError = error;
+        failure.setCause(error.cause());
         throw failure;
     }
 

@@ -2,6 +2,7 @@
 
 #include "platform/AppPaths.h"
 #include "platform/Error.h"
+#include "platform/FailureCause.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 
@@ -37,13 +38,15 @@ std::vector<FileLock>& keptLocks()
             L10n::text("work.error.temporaryFolderFull",
                        "The temporary folder “%@” is full, so Folivox can't make its work folder there. Free up "
                        "space on that disk, or set TMPDIR to a folder on a disk with more room, then try again."),
-            {temp}));
+            {temp}),
+            Error::Cause::outOfSpace);
     }
     throw GenericError(L10n::format(
         L10n::text("work.error.temporaryFolderUnusable",
                    "Folivox can't make its work folder in the temporary folder “%@” (%@). Check that folder, or set "
                    "TMPDIR to another one, then try again."),
-        {temp, QString::fromLocal8Bit(std::strerror(err))}));
+        {temp, QString::fromLocal8Bit(std::strerror(err))}),
+        FailureCause::fromErrno(err));
 }
 
 } // namespace

@@ -11,7 +11,9 @@ FFmpegWrapperError::FFmpegWrapperError(Kind kind, QString detail, double seconds
 
 FFmpegWrapperError FFmpegWrapperError::binaryNotFound(const QString& path)
 {
-    return FFmpegWrapperError(Kind::binaryNotFound, path, 0);
+    FFmpegWrapperError e(Kind::binaryNotFound, path, 0);
+    e.setCause(Cause::missingTool);
+    return e;
 }
 
 FFmpegWrapperError FFmpegWrapperError::invalidPath(const QString& message)

@@ -12,7 +12,9 @@ ToolLaunchError::ToolLaunchError(Kind kind, QString tool, QString path, QString 
 
 ToolLaunchError ToolLaunchError::notFound(const QString& tool)
 {
-    return ToolLaunchError(Kind::notFound, tool, {}, {}, {});
+    ToolLaunchError e(Kind::notFound, tool, {}, {}, {});
+    e.setCause(Cause::missingTool);
+    return e;
 }
 
 ToolLaunchError ToolLaunchError::wrongArchitecture(const QString& tool, const QString& firstPath,

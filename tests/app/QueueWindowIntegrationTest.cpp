@@ -18,6 +18,7 @@
 #include "queue/run/QueueController.h"
 #include "queue/records/QueueHalt.h"
 #include "support/Fixtures.h"
+#include "support/SmallVolume.h"
 
 #include <QDialogButtonBox>
 #include <QDir>
@@ -36,7 +37,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <sys/mount.h>
 
 using namespace folivox;
 using folivox::test::Fixtures;
@@ -235,19 +235,11 @@ TEST(QueueWindow, ADestinationThatFillsUpHaltsTheQueueWithItsBannerUntilTheFaile
     Shelf s;
     ASSERT_TRUE(s.ok);
     s.closeAddDialog();
-    const QString small = s.dir.filePath(QStringLiteral("small"));
-    ASSERT_TRUE(QDir().mkpath(small));
     // Two pages: less than any of the books.
-    if (::mount("tmpfs", QFile::encodeName(small).constData(), "tmpfs", 0, "size=8k") != 0)
-        GTEST_SKIP() << "cannot mount a small tmpfs here (needs root): " << std::strerror(errno);
-    struct Unmount {
-        QString path;
-        ~Unmount()
-        {
-            if (::umount(QFile::encodeName(path).constData()) != 0)
-                ::umount2(QFile::encodeName(path).constData(), MNT_DETACH);
-        }
-    } unmount{small};
+    test::SmallVolume volume(s.dir.filePath(QStringLiteral("small")), "size=8k");
+    if (!volume.mounted())
+        GTEST_SKIP() << volume.failure().toStdString();
+    const QString small = volume.path();
     sendQueueTo(s.window, small);
 
     LibraryView* library = s.window.libraryView();
@@ -279,7 +271,7 @@ TEST(QueueWindow, ADestinationThatFillsUpHaltsTheQueueWithItsBannerUntilTheFaile
         << view->attemptList()->item(0, 2)->text().toStdString();
 
     // Room made; the banner's action retries the failed build and clears the halt.
-    ASSERT_EQ(::mount("tmpfs", QFile::encodeName(small).constData(), "tmpfs", MS_REMOUNT, "size=8m"), 0) << std::strerror(errno);
+    ASSERT_TRUE(volume.remount("size=8m"));
     QTest::mouseClick(view->haltRetryButton(), Qt::LeftButton);
     EXPECT_FALSE(view->haltBanner()->isVisible());
     ASSERT_TRUE(WindowDriver::waitUntil([&] { return statuses(*view) == QStringList{"Pending", "Pending"}; }, 5000));

@@ -6,6 +6,7 @@
 #include "support/CommandRunner.h"
 #include "support/Fixtures.h"
 #include "support/ScriptedTool.h"
+#include "support/SmallVolume.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -22,7 +23,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
@@ -396,19 +396,11 @@ TEST_F(QueueCommandTest, ADestinationThatFillsUpHaltsTheQueueUntilARetry)
     ASSERT_EQ(folivox({QStringLiteral("build"), QStringLiteral("-q"), QStringLiteral("-o"), probe, sample}).exitCode, 0);
     const qint64 pages = (QFileInfo(probe).size() + 4095) / 4096;
 
-    const QString small = dir.filePath(QStringLiteral("small"));
-    QDir().mkpath(small);
     const QByteArray options = QByteArrayLiteral("size=") + QByteArray::number((2 * pages + pages / 2) * 4096);
-    if (::mount("tmpfs", QFile::encodeName(small).constData(), "tmpfs", 0, options.constData()) != 0)
-        GTEST_SKIP() << "cannot mount a small tmpfs here (needs root): " << std::strerror(errno);
-    struct Unmount {
-        QString path;
-        ~Unmount()
-        {
-            if (::umount(QFile::encodeName(path).constData()) != 0)
-                ::umount2(QFile::encodeName(path).constData(), MNT_DETACH);
-        }
-    } unmount{small};
+    const SmallVolume volume(dir.filePath(QStringLiteral("small")), options);
+    if (!volume.mounted())
+        GTEST_SKIP() << volume.failure().toStdString();
+    const QString small = volume.path();
 
     QStringList ids;
     for (int i = 1; i <= 5; ++i) {
@@ -444,6 +436,31 @@ TEST_F(QueueCommandTest, ADestinationThatFillsUpHaltsTheQueueUntilARetry)
     EXPECT_EQ(job(ids[2]).value(QStringLiteral("status")).toString(), QStringLiteral("completed"));
     EXPECT_EQ(job(ids[3]).value(QStringLiteral("status")).toString(), QStringLiteral("failed"));
     EXPECT_TRUE(list().contains(QStringLiteral("halt")));
+}
+
+TEST_F(QueueCommandTest, ADestinationOnAReadOnlyDiskHaltsTheQueueAndLeavesTheOtherJobsWaiting)
+{
+    const QString sample = source(QStringLiteral("sample"), 2, 300);
+    SmallVolume volume(dir.filePath(QStringLiteral("shelf")), "size=8m");
+    if (!volume.mounted())
+        GTEST_SKIP() << volume.failure().toStdString();
+    QStringList ids;
+    for (int i = 1; i <= 2; ++i) {
+        const CommandRun r = folivox({QStringLiteral("queue"), QStringLiteral("add"), QStringLiteral("--json"), QStringLiteral("-o"),
+                                      volume.path(), QStringLiteral("--title"), QStringLiteral("Book %1").arg(i), sample});
+        ASSERT_EQ(r.exitCode, 0) << r.errText().toStdString();
+        ids << r.json().value(QStringLiteral("jobs")).toArray().at(0).toObject().value(QStringLiteral("id")).toString();
+    }
+    ASSERT_TRUE(volume.remount("ro"));
+
+    const CommandRun run = folivox({QStringLiteral("queue"), QStringLiteral("run"), QStringLiteral("--json")});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(statuses(), (QStringList{"failed", "pending"}));
+    EXPECT_EQ(list().value(QStringLiteral("halt")).toObject().value(QStringLiteral("key")).toString(),
+              QStringLiteral("queue.halt.readOnlyVolume"))
+        << run.out.constData();
+    EXPECT_EQ(job(ids[0]).value(QStringLiteral("lastErrorClass")).toString(), QStringLiteral("environment"));
+    EXPECT_TRUE(entries(volume.path()).isEmpty()) << entries(volume.path()).join(u' ').toStdString();
 }
 
 TEST_F(QueueCommandTest, AnAttemptsLogShowsThePlaceholderForTheHomeFolder)

@@ -1,6 +1,12 @@
-// How failed builds are sorted for the queue, and which progress reports it keeps.
+// How failed builds are sorted for the queue (by type and cause, never by
+// text), and which progress reports it keeps.
 #include "queue/run/QueueFailureClassifier.h"
 #include "queue/run/QueueProgressThrottle.h"
+#include "container/io/SafeFileReplace.h"
+#include "container/mp4/MP4File.h"
+#include "export/metadata/MP4TagsService.h"
+#include "process/FFmpegWrapperError.h"
+#include "process/ToolLaunchError.h"
 
 #include <QTemporaryDir>
 
@@ -34,14 +40,20 @@ TEST(QueueFailureClassifier, EachExportErrorHasItsClassAndHalt)
         Class cls;
         std::optional<Reason> halt;
     };
+    // Errors as their producers make them: the cause comes from errno or
+    // from the helper tool's absence, and survives the wrap into ExportError.
+    const auto wrapped = [](const Error& e) { return ExportError::underlying(e.description(), QStringLiteral("T"), e.cause()); };
     const Case cases[] = {
         {ExportError::outOfSpace(), Class::environment, Reason::outOfSpace},
-        {ExportError::underlying(QStringLiteral("Could not replace \"B.m4b\": ") + QString::fromLocal8Bit(std::strerror(ENOSPC))),
-         Class::environment, Reason::outOfSpace},
-        {ExportError::underlying(QStringLiteral("av_interleaved_write_frame(): No space left on device")), Class::environment,
+        {wrapped(MP4FileError(MP4FileError::Kind::writeFailed, QStringLiteral("/w/book.m4b"), ENOSPC)), Class::environment,
          Reason::outOfSpace},
-        {ExportError::underlying(QStringLiteral("cannot open: ") + QString::fromLocal8Bit(std::strerror(EROFS))), Class::environment,
-         Reason::readOnlyVolume},
+        {wrapped(MP4FileError(MP4FileError::Kind::writeFailed, QStringLiteral("/w/book.m4b"), EDQUOT)), Class::environment,
+         Reason::outOfSpace},
+        {wrapped(SafeFileReplace::Error(SafeFileReplace::Error::Kind::replaceFailed, QStringLiteral("/o/B.m4b"), EROFS)),
+         Class::environment, Reason::readOnlyVolume},
+        {wrapped(ToolLaunchError::notFound(QStringLiteral("mp4chaps"))), Class::environment, Reason::tools},
+        {wrapped(MP4TagsService::Error::binaryNotFound()), Class::environment, Reason::tools},
+        {wrapped(FFmpegWrapperError::binaryNotFound(QStringLiteral("/opt/ffmpeg"))), Class::environment, Reason::tools},
         {ExportError::destinationNotWritable(QStringLiteral("Books")), Class::environment, Reason::destination},
         {ExportError::ffmpegUnavailable(), Class::environment, Reason::ffmpeg},
         {ExportError::securityCheckFailed(), Class::environment, Reason::security},
@@ -52,8 +64,15 @@ TEST(QueueFailureClassifier, EachExportErrorHasItsClassAndHalt)
         {ExportError::transcodeFailedAfterRetry(QStringLiteral("a"), QStringLiteral("b")), Class::permanent, std::nullopt},
         {ExportError::validationFailed(QStringLiteral("bad")), Class::permanent, std::nullopt},
         {ExportError::failedToWrite(), Class::transient, std::nullopt},
+        {wrapped(MP4FileError(MP4FileError::Kind::writeFailed, QStringLiteral("/w/book.m4b"), EIO)), Class::transient, std::nullopt},
         {ExportError::underlying(QStringLiteral("ffmpeg exited with code 1")), Class::transient, std::nullopt},
-        {ExportError::underlying(QStringLiteral("mp4tags binary not found in app bundle")), Class::environment, Reason::tools},
+        // The text is never read: a message that only says so is no full
+        // disk, no read-only volume and no missing tool.
+        {ExportError::underlying(QStringLiteral("Could not replace \"B.m4b\": ") + QString::fromLocal8Bit(std::strerror(ENOSPC))),
+         Class::transient, std::nullopt},
+        {ExportError::underlying(QStringLiteral("cannot open: ") + QString::fromLocal8Bit(std::strerror(EROFS))), Class::transient,
+         std::nullopt},
+        {ExportError::underlying(QStringLiteral("mp4tags binary not found in app bundle")), Class::transient, std::nullopt},
     };
     for (const Case& c : cases) {
         const QueueBuildFailure f = QueueFailureClassifier::classify(exportFailure(c.error, c.error.description()), out);
@@ -82,9 +101,18 @@ TEST(QueueFailureClassifier, CancelsUsageAndFailuresBeforeTheExport)
     EXPECT_EQ(exists.errorClass, Class::permanent);
     EXPECT_FALSE(exists.halt);
 
-    const QueueBuildFailure full = QueueFailureClassifier::classify(
+    const QueueBuildFailure saysFull = QueueFailureClassifier::classify(
         BuildFailure::failed(QStringLiteral("cannot write the work file: No space left on device")), dir.filePath(QStringLiteral("B.m4b")));
+    EXPECT_EQ(saysFull.errorClass, Class::permanent);
+    EXPECT_FALSE(saysFull.halt);
+
+    BuildFailure fullDisk = BuildFailure::failed(QStringLiteral("the output is locked"));
+    fullDisk.setCause(Error::Cause::outOfSpace);
+    const QueueBuildFailure full = QueueFailureClassifier::classify(fullDisk, dir.filePath(QStringLiteral("B.m4b")));
     EXPECT_EQ(full.halt, Reason::outOfSpace);
+    BuildFailure readOnly = BuildFailure::failed(QStringLiteral("the output is locked"));
+    readOnly.setCause(Error::Cause::readOnlyVolume);
+    EXPECT_EQ(QueueFailureClassifier::classify(readOnly, dir.filePath(QStringLiteral("B.m4b"))).halt, Reason::readOnlyVolume);
 
     // Across a worker process the sorted failure keeps every field.
     const QueueBuildFailure back = QueueBuildFailure::fromJson(full.toJson());

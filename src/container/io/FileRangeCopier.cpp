@@ -26,7 +26,7 @@ constexpr std::uint64_t kWriteBehindLag = 4 * FileRangeCopier::pieceSize;
 
 [[noreturn]] void writeFailed(const MP4File& out, int err)
 {
-    throw MP4FileError(MP4FileError::Kind::writeFailed, out.path(), QString::fromLocal8Bit(std::strerror(err)));
+    throw MP4FileError(MP4FileError::Kind::writeFailed, out.path(), err);
 }
 } // namespace
 

@@ -5,6 +5,7 @@
 #include "container/mp4/MP4File.h"
 #include "container/io/ReplacedFileRelease.h"
 #include "platform/AppPaths.h"
+#include "platform/FailureCause.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 
@@ -50,6 +51,11 @@ void copyInto(const MP4File& source, MP4File& out, const char* faultPoint)
 }
 } // namespace
 
+SafeFileReplace::Error::Error(Kind kind, QString path, int err)
+    : Error(kind, std::move(path), sysText(err), FailureCause::fromErrno(err))
+{
+}
+
 QString SafeFileReplace::Error::description() const
 {
     const QString name = QFileInfo(path_).fileName();
@@ -80,7 +86,7 @@ void SafeFileReplace::replace(const QString& finishedFile, const QString& target
 
     struct stat srcStat{};
     if (::lstat(src.constData(), &srcStat) != 0)
-        throw Error(Error::Kind::sourceUnreadable, finishedFile, sysText(errno));
+        throw Error(Error::Kind::sourceUnreadable, finishedFile, errno);
     if (!S_ISREG(srcStat.st_mode))
         throw Error(Error::Kind::sourceUnreadable, finishedFile, QStringLiteral("not a regular file"));
 
@@ -94,7 +100,7 @@ void SafeFileReplace::replace(const QString& finishedFile, const QString& target
         targetExists = true;
         targetIsLink = S_ISLNK(dstStat.st_mode);
         if (S_ISDIR(dstStat.st_mode))
-            throw Error(Error::Kind::targetNotAFile, target, {});
+            throw Error(Error::Kind::targetNotAFile, target, QString());
         if (S_ISREG(dstStat.st_mode)) {
             mode = dstStat.st_mode & 07777;
         } else if (targetIsLink) {
@@ -102,10 +108,10 @@ void SafeFileReplace::replace(const QString& finishedFile, const QString& target
             if (::stat(dst.constData(), &linked) == 0 && S_ISREG(linked.st_mode))
                 mode = linked.st_mode & 07777;
         } else {
-            throw Error(Error::Kind::targetNotAFile, target, {});
+            throw Error(Error::Kind::targetNotAFile, target, QString());
         }
     } else if (errno != ENOENT) {
-        throw Error(Error::Kind::replaceFailed, target, sysText(errno));
+        throw Error(Error::Kind::replaceFailed, target, errno);
     }
 
     {
@@ -113,7 +119,7 @@ void SafeFileReplace::replace(const QString& finishedFile, const QString& target
         source.sync();
     }
     if (::chmod(src.constData(), mode) != 0)
-        throw Error(Error::Kind::replaceFailed, target, sysText(errno));
+        throw Error(Error::Kind::replaceFailed, target, errno);
 
     // The replaced file is released after the rename, off this thread.
     ReplacedFileRelease previous(targetExists && !targetIsLink ? dst : QByteArray());
@@ -144,14 +150,14 @@ void SafeFileReplace::replace(const QString& finishedFile, const QString& target
             }
         } catch (const MP4FileError& e) {
             if (e.kind() != MP4FileError::Kind::createFailed || !targetExists || targetIsLink)
-                throw Error(Error::Kind::replaceFailed, target, e.systemMessage());
+                throw Error(Error::Kind::replaceFailed, target, e.systemMessage(), e.cause());
             siblingRefused = true;
         }
         if (!siblingRefused) {
             if (::rename(sib.constData(), dst.constData()) != 0) {
                 const int err = errno;
                 ::unlink(sib.constData());
-                throw Error(Error::Kind::replaceFailed, target, sysText(err));
+                throw Error(Error::Kind::replaceFailed, target, err);
             }
             previous.releaseInBackground();
             syncFolder(target);
@@ -159,7 +165,7 @@ void SafeFileReplace::replace(const QString& finishedFile, const QString& target
             return;
         }
     } else if (!targetExists || targetIsLink || (renameErr != EACCES && renameErr != EPERM && renameErr != EROFS)) {
-        throw Error(Error::Kind::replaceFailed, target, sysText(renameErr));
+        throw Error(Error::Kind::replaceFailed, target, renameErr);
     }
 
     // 3. The folder refuses new entries: overwrite the target itself. The
@@ -168,14 +174,14 @@ void SafeFileReplace::replace(const QString& finishedFile, const QString& target
                    .arg(QFileInfo(target).fileName(), finishedFile));
     const int fd = ::open(dst.constData(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0)
-        throw Error(Error::Kind::replaceFailed, target, sysText(errno));
+        throw Error(Error::Kind::replaceFailed, target, errno);
     MP4File out = MP4File::adopt(fd, target);
     try {
         const MP4File source(finishedFile, MP4File::Access::read);
         copyInto(source, out, "safeReplace.inplace.piece");
         out.close();
     } catch (const folivox::Error& e) {
-        throw WriteInterruptedError(target, finishedFile, e.description());
+        throw WriteInterruptedError(target, finishedFile, e.description(), e.cause());
     } catch (const std::exception& e) {
         throw WriteInterruptedError(target, finishedFile, QString::fromLocal8Bit(e.what()));
     }

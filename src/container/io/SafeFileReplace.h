@@ -21,10 +21,13 @@ public:
     class Error : public folivox::Error {
     public:
         enum class Kind { sourceUnreadable, targetNotAFile, replaceFailed };
-        Error(Kind kind, QString path, QString systemMessage)
+        Error(Kind kind, QString path, QString systemMessage, Cause cause = Cause::none)
             : kind_(kind), path_(std::move(path)), systemMessage_(std::move(systemMessage))
         {
+            setCause(cause);
         }
+        // From a failed system call's errno.
+        Error(Kind kind, QString path, int err);
         Kind kind() const { return kind_; }
         const QString& path() const { return path_; }
         QString description() const override;
@@ -40,9 +43,10 @@ public:
     // new file.
     class WriteInterruptedError : public folivox::Error {
     public:
-        WriteInterruptedError(QString targetPath, QString preservedCopyPath, QString reason)
+        WriteInterruptedError(QString targetPath, QString preservedCopyPath, QString reason, Cause cause = Cause::none)
             : targetPath_(std::move(targetPath)), preservedCopyPath_(std::move(preservedCopyPath)), reason_(std::move(reason))
         {
+            setCause(cause);
         }
         const QString& targetPath() const { return targetPath_; }
         const QString& preservedCopyPath() const { return preservedCopyPath_; }

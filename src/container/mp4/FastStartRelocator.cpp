@@ -250,7 +250,7 @@ FastStartRelocator::Outcome FastStartRelocator::relocate(const QString& path)
 
     struct stat st{};
     if (::stat(QFile::encodeName(path).constData(), &st) != 0)
-        throw MP4FileError(MP4FileError::Kind::statFailed, path, QString::fromLocal8Bit(std::strerror(errno)));
+        throw MP4FileError(MP4FileError::Kind::statFailed, path, errno);
     const std::uint64_t fileSize = std::uint64_t(st.st_size);
 
     MP4File source(path, MP4File::Access::read);
@@ -328,7 +328,7 @@ FastStartRelocator::Outcome FastStartRelocator::copyFastStart(const QString& sou
     const QString name = QFileInfo(sourcePath).fileName();
     struct stat st{};
     if (::stat(QFile::encodeName(sourcePath).constData(), &st) != 0)
-        throw MP4FileError(MP4FileError::Kind::statFailed, sourcePath, QString::fromLocal8Bit(std::strerror(errno)));
+        throw MP4FileError(MP4FileError::Kind::statFailed, sourcePath, errno);
     const std::uint64_t fileSize = std::uint64_t(st.st_size);
 
     MP4File source(sourcePath, MP4File::Access::read);

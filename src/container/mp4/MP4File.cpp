@@ -1,5 +1,6 @@
 #include "container/mp4/MP4File.h"
 
+#include "platform/FailureCause.h"
 #include "platform/L10n.h"
 
 #include <QFile>
@@ -17,6 +18,12 @@ namespace folivox {
 MP4FileError::MP4FileError(Kind kind, QString path, QString systemMessage)
     : kind_(kind), path_(std::move(path)), systemMessage_(std::move(systemMessage))
 {
+}
+
+MP4FileError::MP4FileError(Kind kind, QString path, int err)
+    : MP4FileError(kind, std::move(path), QString::fromLocal8Bit(std::strerror(err)))
+{
+    setCause(FailureCause::fromErrno(err));
 }
 
 QString MP4FileError::description() const
@@ -88,7 +95,7 @@ MP4File MP4File::createNew(const QString& path, unsigned mode)
         const int err = errno;
         f.close();
         ::unlink(native.constData());
-        throw MP4FileError(MP4FileError::Kind::createFailed, path, QString::fromLocal8Bit(std::strerror(err)));
+        throw MP4FileError(MP4FileError::Kind::createFailed, path, err);
     }
     return f;
 }
@@ -126,7 +133,7 @@ MP4File& MP4File::operator=(MP4File&& other) noexcept
 
 void MP4File::fail(MP4FileError::Kind kind, int err) const
 {
-    throw MP4FileError(kind, path_, QString::fromLocal8Bit(std::strerror(err)));
+    throw MP4FileError(kind, path_, err);
 }
 
 std::uint64_t MP4File::size() const

@@ -16,6 +16,8 @@ public:
     enum class Kind { openFailed, statFailed, readFailed, writeFailed, syncFailed, truncateFailed, createFailed };
 
     MP4FileError(Kind kind, QString path, QString systemMessage);
+    // From a failed system call's errno: its text, and its cause when it has one.
+    MP4FileError(Kind kind, QString path, int err);
 
     Kind kind() const { return kind_; }
     const QString& path() const { return path_; }

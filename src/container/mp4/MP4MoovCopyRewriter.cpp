@@ -64,7 +64,7 @@ public:
             const QString name = hiddenName();
             const QByteArray proc = QByteArray("/proc/self/fd/") + QByteArray::number(file_.fd());
             if (::linkat(AT_FDCWD, proc.constData(), AT_FDCWD, QFile::encodeName(name).constData(), AT_SYMLINK_FOLLOW) != 0)
-                throw MP4FileError(MP4FileError::Kind::createFailed, name, QString::fromLocal8Bit(std::strerror(errno)));
+                throw MP4FileError(MP4FileError::Kind::createFailed, name, errno);
             name_ = name;
         }
         file_.close();
@@ -106,7 +106,7 @@ MP4MoovCopyRewriter::Result MP4MoovCopyRewriter::rewrite(const MP4MoovReader::Mo
     const QString name = QFileInfo(path).fileName();
     struct stat st{};
     if (::stat(QFile::encodeName(path).constData(), &st) != 0)
-        throw MP4FileError(MP4FileError::Kind::statFailed, path, QString::fromLocal8Bit(std::strerror(errno)));
+        throw MP4FileError(MP4FileError::Kind::statFailed, path, errno);
 
     MP4File source(path, MP4File::Access::read);
     const std::uint64_t fileSize = source.size();

@@ -65,13 +65,15 @@ QString typeName(const std::type_info& type)
     return name;
 }
 
-QString describe(const std::exception_ptr& error, QString* type = nullptr)
+QString describe(const std::exception_ptr& error, QString* type = nullptr, Error::Cause* cause = nullptr)
 {
     try {
         std::rethrow_exception(error);
     } catch (const Error& e) {
         if (type)
             *type = typeName(typeid(e));
+        if (cause)
+            *cause = e.cause();
         return e.description();
     } catch (const std::exception& e) {
         if (type)
@@ -611,10 +613,11 @@ void DefaultExportService::drive(Job& job)
             finishFailed(ExportResult::failure(e), QStringLiteral("========== EXPORT FAILED =========="));
         } catch (...) {
             QString type;
-            const QString text = describe(error, &type);
+            Error::Cause cause = Error::Cause::none;
+            const QString text = describe(error, &type, &cause);
             log(QStringLiteral("EXPORT ERROR (generic): ") + text);
             log(QStringLiteral("Error type=") + type + QStringLiteral(", description: ") + text);
-            finishFailed(ExportResult::failure(ExportError::underlying(text, type), failureContextOf(error)),
+            finishFailed(ExportResult::failure(ExportError::underlying(text, type, cause), failureContextOf(error)),
                          QStringLiteral("========== EXPORT FAILED =========="));
         }
     }

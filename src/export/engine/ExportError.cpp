@@ -22,9 +22,11 @@ ExportError ExportError::transcodeFailedAfterRetry(const QString& originalError,
     return {Kind::transcodeFailedAfterRetry, originalError, retryError};
 }
 
-ExportError ExportError::underlying(const QString& description, const QString& typeName)
+ExportError ExportError::underlying(const QString& description, const QString& typeName, Cause cause)
 {
-    return {Kind::underlying, description, {}, typeName};
+    ExportError e{Kind::underlying, description, {}, typeName};
+    e.setCause(cause);
+    return e;
 }
 
 ExportError ExportError::demoRestriction(const QString& message)

@@ -29,8 +29,9 @@ public:
 
     static ExportError corruptedSourceRequiresTranscode(const QString& details);
     static ExportError transcodeFailedAfterRetry(const QString& originalError, const QString& retryError);
-    // Wraps any other error; its own description is the text shown.
-    static ExportError underlying(const QString& description, const QString& typeName = {});
+    // Wraps any other error; its own description is the text shown, and its
+    // cause (a full disk, a missing tool, ...) is kept.
+    static ExportError underlying(const QString& description, const QString& typeName = {}, Cause cause = Cause::none);
     static ExportError demoRestriction(const QString& message);
     static ExportError licenseValidationFailed(const QString& message);
     static ExportError validationFailed(const QString& message);

@@ -8,6 +8,7 @@
 #include "export/engine/DestinationWritability.h"
 #include "export/engine/ExportError.h"
 #include "platform/FileLock.h"
+#include "platform/FailureCause.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 
@@ -62,12 +63,20 @@ void syncFolderOf(const QString& target)
 {
     Log::write(kTag + QStringLiteral("the folder of '%1' refused the finished book (%2) — the old file is untouched")
                           .arg(QFileInfo(target).fileName(), sysText(err)));
-    throw ExportError::validationFailed(L10n::format(
+    ExportError refused = ExportError::validationFailed(L10n::format(
         L10n::text("export.error.destination.refusedAtPlacement",
                    "Folivox can't put the finished book into “%@”: the folder no longer accepts new files (%@). "
                    "Nothing there was changed. Make the folder writable, or choose another destination, then start "
                    "the build again."),
         {folderName(target), sysText(err)}));
+    refused.setCause(FailureCause::fromErrno(err));
+    throw refused;
+}
+
+[[noreturn]] void throwPermissionsFailed(int err)
+{
+    throw GenericError(QStringLiteral("Cannot set the permissions of the finished book: ") + sysText(err),
+                       FailureCause::fromErrno(err));
 }
 
 [[noreturn]] void throwDestinationFull(const QString& target)
@@ -109,7 +118,7 @@ void OutputPlacement::put(const QString& finished, const QString& target, const 
     // The same volume: the finished file is made durable, then renamed.
     syncFile(src);
     if (::chmod(src.constData(), mode) != 0)
-        throw GenericError(QStringLiteral("Cannot set the permissions of the finished book: ") + sysText(errno));
+        throwPermissionsFailed(errno);
     if (::rename(src.constData(), dst.constData()) == 0) {
         previous.releaseInBackground();
         syncFolderOf(target);
@@ -120,7 +129,8 @@ void OutputPlacement::put(const QString& finished, const QString& target, const 
         throwFolderRefuses(target, renameErr);
     if (renameErr != EXDEV)
         throw GenericError(QStringLiteral("Could not put the book in place as “%1”: %2 (nothing there was changed)")
-                               .arg(target, sysText(renameErr)));
+                               .arg(target, sysText(renameErr)),
+                           FailureCause::fromErrno(renameErr));
 
     // Another volume: a durable, locked copy beside the target, then a rename.
     const QString incoming = QFileInfo(target).absolutePath() + u'/' + QLatin1String(incomingPrefix)
@@ -133,7 +143,7 @@ void OutputPlacement::put(const QString& finished, const QString& target, const 
             throwFolderRefuses(target, err);
         if (err == ENOSPC || err == EDQUOT)
             throwDestinationFull(target);
-        throw GenericError(QStringLiteral("Could not write beside “%1”: %2 (nothing there was changed)").arg(target, sysText(err)));
+        throw GenericError(QStringLiteral("Could not write beside “%1”: %2 (nothing there was changed)").arg(target, sysText(err)), FailureCause::fromErrno(err));
     }
     Log::write(kTag + QStringLiteral("copying the finished book to the destination's volume (") + incoming + u')');
     try {
@@ -152,21 +162,22 @@ void OutputPlacement::put(const QString& finished, const QString& target, const 
         out.sync();
         out.close();
         if (::fchmod(owner.fd(), mode) != 0)
-            throw GenericError(QStringLiteral("Cannot set the permissions of the finished book: ") + sysText(errno));
+            throwPermissionsFailed(errno);
         FaultInjection::reach("export.incoming.complete");
         if (::rename(inc.constData(), dst.constData()) != 0) {
             const int err = errno;
             if (err == EACCES || err == EPERM || err == EROFS)
                 throwFolderRefuses(target, err);
             throw GenericError(QStringLiteral("Could not put the book in place as “%1”: %2 (nothing there was changed)")
-                                   .arg(target, sysText(err)));
+                                   .arg(target, sysText(err)), FailureCause::fromErrno(err));
         }
     } catch (const MP4FileError& e) {
         ::unlink(inc.constData());
-        if (e.systemMessage() == sysText(ENOSPC) || e.systemMessage() == sysText(EDQUOT))
+        if (e.cause() == Error::Cause::outOfSpace)
             throwDestinationFull(target);
         throw GenericError(QStringLiteral("Could not copy the book to “%1”: %2 (nothing there was changed)")
-                               .arg(target, e.systemMessage()));
+                               .arg(target, e.systemMessage()),
+                           e.cause());
     } catch (...) {
         ::unlink(inc.constData());
         throw;

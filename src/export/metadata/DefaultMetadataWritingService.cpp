@@ -26,6 +26,7 @@
 #include "process/ToolLaunchError.h"
 #include "process/ToolRunner.h"
 #include "platform/AppPaths.h"
+#include "platform/FailureCause.h"
 #include "platform/L10n.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
@@ -35,6 +36,7 @@
 #include <QFileInfo>
 #include <QUuid>
 
+#include <cerrno>
 #include <cmath>
 
 namespace folivox {
@@ -73,16 +75,27 @@ void copyFile(const QString& from, const QString& to)
     } catch (const MP4FileError& e) {
         throw ExportError::underlying(QStringLiteral("Could not copy \"%1\" for metadata writing: %2")
                                           .arg(QFileInfo(from).fileName(), e.systemMessage()),
-                                      QStringLiteral("MetadataWriting"));
+                                      QStringLiteral("MetadataWriting"), e.cause());
     }
 }
 
 void writeBytes(const QString& path, const QByteArray& bytes)
 {
     QFile f(path);
-    if (!f.open(QIODevice::WriteOnly) || f.write(bytes) != bytes.size())
+    errno = 0;
+    if (!f.open(QIODevice::WriteOnly) || f.write(bytes) != bytes.size() || !f.flush()) {
+        const int err = errno;
         throw ExportError::underlying(QStringLiteral("Could not write \"%1\": %2").arg(QFileInfo(path).fileName(), f.errorString()),
-                                      QStringLiteral("MetadataWriting"));
+                                      QStringLiteral("MetadataWriting"), FailureCause::ofFailedWrite(path, err));
+    }
+}
+
+// A helper tool's failure on the working file: the tools say only that a
+// write failed, so a full or read-only disk is read off the file's volume.
+MetadataWritingError onVolumeOf(MetadataWritingError error, const QString& working)
+{
+    error.setCause(FailureCause::ofVolumeAt(working));
+    return error;
 }
 
 // What a failed tool run said: its stderr line, else the runner's text.
@@ -456,7 +469,7 @@ void DefaultMetadataWritingService::run(Operation operation, const QString& file
         if (!r.success) {
             throwIfStoppedByRunner(r, token);
             log(QStringLiteral("mp4tags FAILED: exit=%1").arg(r.terminationStatus));
-            throw MetadataWritingError::mp4tagsFailed(toolDetail(r));
+            throw onVolumeOf(MetadataWritingError::mp4tagsFailed(toolDetail(r)), working);
         }
         return r;
     };
@@ -578,7 +591,7 @@ void DefaultMetadataWritingService::run(Operation operation, const QString& file
             }
             throwIfStoppedByRunner(r, token);
             log(QStringLiteral("mp4chaps (%1) FAILED: exit=%2 stderr=%3").arg(label).arg(r.terminationStatus).arg(r.standardError.trimmed()));
-            throw MetadataWritingError::mp4chapsFailed(label + QStringLiteral(": ") + toolDetail(r));
+            throw onVolumeOf(MetadataWritingError::mp4chapsFailed(label + QStringLiteral(": ") + toolDetail(r)), working);
         }
     }
     throwIfCancelled(token);

@@ -19,7 +19,12 @@ public:
         enum class Kind { operationFailed, binaryNotFound };
 
         static Error operationFailed(const QString& detail) { return Error(Kind::operationFailed, detail); }
-        static Error binaryNotFound() { return Error(Kind::binaryNotFound, {}); }
+        static Error binaryNotFound()
+        {
+            Error e(Kind::binaryNotFound, {});
+            e.setCause(Cause::missingTool);
+            return e;
+        }
 
         Kind kind() const { return kind_; }
         const QString& detail() const { return detail_; }

@@ -20,7 +20,12 @@ public:
         enum class Kind { operationFailed, binaryNotFound };
 
         static Error operationFailed(int status) { return Error(Kind::operationFailed, status); }
-        static Error binaryNotFound() { return Error(Kind::binaryNotFound, 0); }
+        static Error binaryNotFound()
+        {
+            Error e(Kind::binaryNotFound, 0);
+            e.setCause(Cause::missingTool);
+            return e;
+        }
 
         Kind kind() const { return kind_; }
         int status() const { return status_; }

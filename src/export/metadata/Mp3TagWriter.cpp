@@ -5,6 +5,7 @@
 #include "export/metadata/CoverImageProcessor.h"
 #include "export/engine/ExportError.h"
 #include "export/metadata/MetadataItemBuilder.h"
+#include "platform/FailureCause.h"
 #include "platform/Log.h"
 #include "platform/WorkDirectory.h"
 
@@ -54,10 +55,12 @@ void setUserText(TagLib::ID3v2::Tag& tag, const char* description, const std::op
                                                                 TagLib::String::UTF8));
 }
 
-ExportError failure(const QString& path, const QString& what)
+// TagLib and QFile::copy say only that they failed: the cause is read off
+// the volume the write went to.
+ExportError failure(const QString& path, const QString& what, const QString& writtenPath)
 {
     return ExportError::underlying(QStringLiteral("Could not %1 the MP3 tags of \"%2\"").arg(what, QFileInfo(path).fileName()),
-                                   QStringLiteral("Mp3TagWriter"));
+                                   QStringLiteral("Mp3TagWriter"), FailureCause::ofVolumeAt(writtenPath));
 }
 } // namespace
 
@@ -66,11 +69,11 @@ void Mp3TagWriter::write(const QString& path, const BookMetadata& m, const QByte
     WorkDirectory work;
     const QString copy = work.filePath(QStringLiteral("book.mp3"));
     if (!QFile::copy(path, copy))
-        throw failure(path, QStringLiteral("read"));
+        throw failure(path, QStringLiteral("read"), copy);
     {
         TagLib::MPEG::File file(QFile::encodeName(copy).constData());
         if (!file.isValid())
-            throw failure(path, QStringLiteral("read"));
+            throw failure(path, QStringLiteral("read"), copy);
         TagLib::ID3v2::Tag& tag = *file.ID3v2Tag(true);
 
         setText(tag, "TIT2", placement.title ? placement.title : std::optional<QString>(m.title));
@@ -125,12 +128,12 @@ void Mp3TagWriter::write(const QString& path, const BookMetadata& m, const QByte
         }
 
         if (!file.save(TagLib::MPEG::File::ID3v2, TagLib::File::StripOthers, TagLib::ID3v2::v4, TagLib::File::DoNotDuplicate))
-            throw failure(path, QStringLiteral("write"));
+            throw failure(path, QStringLiteral("write"), copy);
     }
     try {
         SafeFileReplace::replace(copy, path);
     } catch (const Error& e) {
-        throw ExportError::underlying(e.description(), QStringLiteral("SafeFileReplace"));
+        throw ExportError::underlying(e.description(), QStringLiteral("SafeFileReplace"), e.cause());
     }
     Log::write(QStringLiteral("[MetadataWriting] MP3 tags written (ID3v2.4) for ") + QFileInfo(path).fileName());
 }

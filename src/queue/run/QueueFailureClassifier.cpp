@@ -1,12 +1,8 @@
 #include "queue/run/QueueFailureClassifier.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
+#include "platform/FailureCause.h"
 
-#include <cerrno>
-#include <cstring>
-#include <sys/statvfs.h>
+#include <QFileInfo>
 
 namespace folivox {
 
@@ -14,15 +10,7 @@ namespace {
 
 using Class = JobAttempt::ErrorClass;
 using Reason = QueueHalt::Reason;
-
-QString nearestExisting(const QString& path)
-{
-    QFileInfo info(path);
-    QString dir = info.exists() ? info.absoluteFilePath() : info.absolutePath();
-    while (!dir.isEmpty() && !QFileInfo::exists(dir) && dir != QStringLiteral("/"))
-        dir = QFileInfo(dir).absolutePath();
-    return dir;
-}
+using Cause = Error::Cause;
 
 QString folderName(const QString& outputPath)
 {
@@ -30,29 +18,6 @@ QString folderName(const QString& outputPath)
 }
 
 } // namespace
-
-bool QueueFailureClassifier::mentionsOutOfSpace(const QString& text)
-{
-    static const QString posix = QString::fromLocal8Bit(std::strerror(ENOSPC));
-    static const QString outOfSpace = ExportError::outOfSpace().description();
-    return text.contains(posix, Qt::CaseInsensitive) || text.contains(QLatin1String("No space left on device"), Qt::CaseInsensitive)
-        || text.contains(outOfSpace.section(u'\n', 0, 0));
-}
-
-bool QueueFailureClassifier::mentionsReadOnly(const QString& text)
-{
-    static const QString posix = QString::fromLocal8Bit(std::strerror(EROFS));
-    return text.contains(posix, Qt::CaseInsensitive) || text.contains(QLatin1String("Read-only file system"), Qt::CaseInsensitive);
-}
-
-bool QueueFailureClassifier::volumeIsReadOnly(const QString& path)
-{
-    const QString existing = nearestExisting(path);
-    struct statvfs st {};
-    if (existing.isEmpty() || ::statvfs(QFile::encodeName(existing).constData(), &st) != 0)
-        return false;
-    return (st.f_flag & ST_RDONLY) != 0;
-}
 
 QueueBuildFailure QueueFailureClassifier::classify(const BuildFailure& failure, const QString& outputPath)
 {
@@ -65,23 +30,22 @@ QueueBuildFailure QueueFailureClassifier::classify(const BuildFailure& failure, 
         result = QueueBuildFailure::classified(Class::permanent, message);
     } else if (!failure.exportError) {
         // Refused before the export: inputs, chapter file, output checks.
-        if (mentionsOutOfSpace(message))
+        if (failure.cause() == Cause::outOfSpace)
             result = QueueBuildFailure::classified(Class::environment, message, Reason::outOfSpace);
-        else if (mentionsReadOnly(message) || volumeIsReadOnly(outputPath))
+        else if (failure.cause() == Cause::readOnlyVolume || FailureCause::volumeIsReadOnly(outputPath))
             result = QueueBuildFailure::classified(Class::environment, message, Reason::readOnlyVolume);
         else
             result = QueueBuildFailure::classified(Class::permanent, message);
     } else {
         const ExportError& e = *failure.exportError;
-        const QString text = message + u'\n' + e.description();
-        const bool outOfSpace = e.kind() == ExportError::Kind::outOfSpace || mentionsOutOfSpace(text);
+        const bool outOfSpace = e.kind() == ExportError::Kind::outOfSpace || e.cause() == Cause::outOfSpace;
         const bool writeFailure = e.kind() == ExportError::Kind::destinationNotWritable
                                   || e.kind() == ExportError::Kind::failedToWrite || e.kind() == ExportError::Kind::underlying;
         if (outOfSpace) {
             result = QueueBuildFailure::classified(Class::environment, message, Reason::outOfSpace);
-        } else if (mentionsReadOnly(text) || (writeFailure && volumeIsReadOnly(outputPath))) {
+        } else if (e.cause() == Cause::readOnlyVolume || (writeFailure && FailureCause::volumeIsReadOnly(outputPath))) {
             result = QueueBuildFailure::classified(Class::environment, message, Reason::readOnlyVolume);
-        } else if (text.contains(QLatin1String("binary not found"))) {
+        } else if (e.cause() == Cause::missingTool) {
             // A helper tool of the installation is missing: every build would need it.
             result = QueueBuildFailure::classified(Class::environment, message, Reason::tools);
         } else {

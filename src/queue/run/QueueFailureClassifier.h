@@ -8,14 +8,16 @@
 namespace folivox {
 
 // Sorts a failed build into the queue's error classes, and says when the
-// whole queue must halt:
+// whole queue must halt. Only the failure's type, kind and cause are read,
+// never its text:
 //
 //   cancelled (by the user or the token)                 cancelled
-//   a full disk (ENOSPC, ffmpeg's out-of-space report,
-//     the export's out-of-space error)                   environment, halt outOfSpace
-//   a read-only volume (EROFS, or the output's volume
-//     mounted read-only when the write failed)           environment, halt readOnlyVolume
-//   a helper tool missing (mp4tags, mp4art, mp4chaps)   environment, halt tools
+//   a full disk: the export's outOfSpace kind, or the
+//     outOfSpace cause on any error                      environment, halt outOfSpace
+//   a read-only volume: the readOnlyVolume cause, or
+//     the output's volume mounted read-only when a
+//     write failed                                       environment, halt readOnlyVolume
+//   a helper tool missing (the missingTool cause)       environment, halt tools
 //   destinationNotWritable                               environment, halt destination
 //   ffmpegUnavailable                                    environment, halt ffmpeg
 //   securityCheckFailed                                  environment, halt security
@@ -30,14 +32,6 @@ class QueueFailureClassifier {
 public:
     // outputPath: where the build was writing, for a look at its volume.
     static QueueBuildFailure classify(const BuildFailure& failure, const QString& outputPath);
-
-    // The same test the classifier uses on a message and an errno-style
-    // text: a full disk, a read-only file system.
-    static bool mentionsOutOfSpace(const QString& text);
-    static bool mentionsReadOnly(const QString& text);
-    // Whether the volume holding `path` (or its nearest existing folder) is
-    // mounted read-only.
-    static bool volumeIsReadOnly(const QString& path);
 };
 
 } // namespace folivox

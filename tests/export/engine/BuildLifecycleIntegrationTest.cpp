@@ -6,6 +6,7 @@
 #include "export/engine/EngineTestSupport.h"
 #include "support/CommandRunner.h"
 #include "support/Fixtures.h"
+#include "support/SmallVolume.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -19,7 +20,6 @@
 
 #include <csignal>
 
-#include <sys/mount.h>
 #include <unistd.h>
 
 using namespace folivox;
@@ -282,14 +282,10 @@ TEST_F(BuildLifecycle, ASecondBuildToTheSameOutputIsRefusedAtOnceNamingTheFirst)
 TEST_F(BuildLifecycle, AFullTemporaryDiskIsNamedWithWhatToDo)
 {
     // A temporary folder on a tiny disk of its own (needs root to mount).
-    const QString temp = path(QStringLiteral("tiny-tmp"));
-    QDir().mkpath(temp);
-    if (::geteuid() != 0 || ::mount("tmpfs", QFile::encodeName(temp).constData(), "tmpfs", 0, "size=1m") != 0)
-        GTEST_SKIP() << "cannot mount a small disk here";
-    struct Unmount {
-        QString at;
-        ~Unmount() { ::umount2(QFile::encodeName(at).constData(), MNT_DETACH); }
-    } unmount{temp};
+    const test::SmallVolume tiny(path(QStringLiteral("tiny-tmp")), "size=1m");
+    if (!tiny.mounted())
+        GTEST_SKIP() << tiny.failure().toStdString();
+    const QString temp = tiny.path();
     test::mp3Tone(path(QStringLiteral("in/a.mp3")), 240.0);
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("TMPDIR"), temp);

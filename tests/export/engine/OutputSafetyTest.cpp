@@ -9,6 +9,7 @@
 #include "export/engine/EngineTestSupport.h"
 #include "platform/FileLock.h"
 #include "support/Fixtures.h"
+#include "support/SmallVolume.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,7 +18,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,28 +37,6 @@ mode_t modeOf(const QString& path)
     ::stat(QFile::encodeName(path).constData(), &st);
     return st.st_mode & 07777;
 }
-
-// A small tmpfs of its own, so that a put crosses volumes. Needs root.
-class OtherVolume {
-public:
-    OtherVolume()
-    {
-        if (!dir_.isValid() || ::geteuid() != 0)
-            return;
-        mounted_ = ::mount("tmpfs", QFile::encodeName(dir_.path()).constData(), "tmpfs", 0, "size=8m") == 0;
-    }
-    ~OtherVolume()
-    {
-        if (mounted_)
-            ::umount2(QFile::encodeName(dir_.path()).constData(), MNT_DETACH);
-    }
-    bool mounted() const { return mounted_; }
-    QString path(const QString& name) const { return dir_.filePath(name); }
-
-private:
-    QTemporaryDir dir_;
-    bool mounted_ = false;
-};
 
 } // namespace
 
@@ -117,14 +95,15 @@ TEST(OutputPlacementTest, AFolderThatRefusesTheNewNameLeavesTheOldBookUntouched)
 
 TEST(OutputPlacementTest, FromAnotherVolumeTheOldBookStaysWholeUntilTheNewOneIsComplete)
 {
-    OtherVolume volume;
-    if (!volume.mounted())
-        GTEST_SKIP() << "cannot mount a second volume here (needs root)";
+    // A small tmpfs of its own, so that the put crosses volumes.
     QTemporaryDir work;
+    const test::SmallVolume volume(work.filePath(QStringLiteral("shelf")), "size=8m");
+    if (!volume.mounted())
+        GTEST_SKIP() << volume.failure().toStdString();
     const QString finished = work.filePath(QStringLiteral("book.m4b"));
     QByteArray book(6 * 1024 * 1024, 'n'); // two pieces of the copier and a bit
     ASSERT_TRUE(Fixtures::writeFile(finished, book));
-    const QString target = volume.path(QStringLiteral("Book.m4b"));
+    const QString target = volume.filePath(QStringLiteral("Book.m4b"));
     ASSERT_TRUE(Fixtures::writeFile(target, "the old book"));
 
     // Stopped in the middle of the copy, as a crash would stop it.
@@ -136,7 +115,7 @@ TEST(OutputPlacementTest, FromAnotherVolumeTheOldBookStaysWholeUntilTheNewOneIsC
         EXPECT_THROW(OutputPlacement::put(finished, target, CancellationToken::never()), GenericError);
     }
     EXPECT_EQ(Fixtures::readFile(target), QByteArray("the old book"));
-    EXPECT_EQ(entriesOf(volume.path({})), QStringList{QStringLiteral("Book.m4b")});
+    EXPECT_EQ(entriesOf(volume.path()), QStringList{QStringLiteral("Book.m4b")});
 
     // Cancelled during the copy: nothing changes either.
     ManualCancellationToken cancelled;
@@ -155,8 +134,8 @@ TEST(OutputPlacementTest, FromAnotherVolumeTheOldBookStaysWholeUntilTheNewOneIsC
     {
         FaultInjection::Scope watch([&](const QString& point) {
             if (point == QLatin1String("export.incoming.complete")) {
-                seenDuringCopy = entriesOf(volume.path({}));
-                sweptDuringCopy = OutputPlacement::sweepAbandoned(volume.path({}));
+                seenDuringCopy = entriesOf(volume.path());
+                sweptDuringCopy = OutputPlacement::sweepAbandoned(volume.path());
             }
         });
         OutputPlacement::put(finished, target, CancellationToken::never());
@@ -164,7 +143,7 @@ TEST(OutputPlacementTest, FromAnotherVolumeTheOldBookStaysWholeUntilTheNewOneIsC
     EXPECT_EQ(sweptDuringCopy, 0);
     EXPECT_EQ(seenDuringCopy.size(), 2);
     EXPECT_EQ(Fixtures::readFile(target), book);
-    EXPECT_EQ(entriesOf(volume.path({})), QStringList{QStringLiteral("Book.m4b")});
+    EXPECT_EQ(entriesOf(volume.path()), QStringList{QStringLiteral("Book.m4b")});
     EXPECT_FALSE(QFileInfo::exists(finished));
 }
 
