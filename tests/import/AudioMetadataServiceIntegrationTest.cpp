@@ -174,8 +174,7 @@ TEST_F(AudioMetadataServiceIntegrationTest, RepairsDamagedStreamsWithoutTouching
     EXPECT_TRUE(log.contains("[FileRepairService] ❌ Repair output too small ("));
 
     // The repaired copy decodes cleanly; the source is exactly as it was.
-    const auto probe = AudioStreamProbe(std::make_shared<FFmpegWrapper>()).probe(repairedPath,
-                                                                                 CancellationToken::never());
+    const auto probe = AudioStreamProbe::probe(repairedPath, CancellationToken::never());
     EXPECT_TRUE(probe.ran);
     EXPECT_EQ(probe.decodeErrors, 0);
     EXPECT_EQ(md5(path("damaged.mp3")), before);
@@ -196,21 +195,22 @@ TEST_F(AudioMetadataServiceIntegrationTest, OggFamilyIsNeverStreamProbed)
         LogCapture log;
         const auto outcome = service.load({AudioFixtures::url(path("a.ogg")), AudioFixtures::url(path("b.opus"))});
         EXPECT_EQ(outcome.tracks.size(), 2u);
-        EXPECT_EQ(log.count("[FFmpeg] Binary: "), 0);
+        EXPECT_EQ(log.count("[AudioStreamProbe] "), 0);
     }
     {
         LogCapture log;
         const auto outcome = service.load({AudioFixtures::url(path("c.mp3"))});
         EXPECT_EQ(outcome.tracks.size(), 1u);
-        EXPECT_EQ(log.count("[FFmpeg] Binary: "), 1);
+        EXPECT_EQ(log.count("[AudioStreamProbe] c.mp3: 0 decode error(s)"), 1);
     }
 }
 
 TEST_F(AudioMetadataServiceIntegrationTest, AStalledFileTimesOutAndTheOthersLoad)
 {
-    // An ffmpeg that hangs on one file, as a decode of an unreachable
-    // network file does; the other file goes to the real ffmpeg.
-    ASSERT_TRUE(Fixtures::tone(path("stuck.mp3"), 1.0));
+    // A damaged file whose repair hangs, as an ffmpeg reading an
+    // unreachable network file does; the other file loads as usual.
+    ASSERT_TRUE(AudioFixtures::taggedMp3(path("good.mp3"), 6.0, {}, 2, "128k"));
+    ASSERT_TRUE(corruptMp3(path("good.mp3"), path("stuck.mp3")));
     ASSERT_TRUE(Fixtures::tone(path("fine.mp3"), 1.0));
     const QString script = ScriptedTool::write(dir.path(), QStringLiteral("ffmpeg"),
                                                QStringLiteral("case \"$*\" in *stuck.mp3*) exec sleep 30;; esac\n"
@@ -231,7 +231,7 @@ TEST_F(AudioMetadataServiceIntegrationTest, AStalledFileTimesOutAndTheOthersLoad
     EXPECT_EQ(outcome.tracks[0].url, AudioFixtures::url(path("fine.mp3")));
     const std::vector<TrackLoadOutcome::UnreadableFile> expected{{AudioFixtures::url(path("stuck.mp3")), Reason::timeout}};
     EXPECT_EQ(outcome.unreadableFiles, expected);
-    EXPECT_TRUE(log.contains("[AudioMetadataService] ⏱ No progress for 1s (stage: stream probe) loading stuck.mp3 "
+    EXPECT_TRUE(log.contains("[AudioMetadataService] ⏱ No progress for 1s (stage: repairing) loading stuck.mp3 "
                              "— file may be corrupted"));
 }
 

@@ -1,13 +1,8 @@
 #include "import/probe/AacDecodedProfile.h"
 
+#include "import/probe/LibavHandles.h"
+
 #include <QFile>
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-}
-
-#include <memory>
 
 namespace folivox {
 
@@ -17,19 +12,6 @@ namespace {
 constexpr int kFramesToDecode = 8;
 constexpr int kPacketsToRead = 64;
 
-struct FormatCloser {
-    void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
-};
-struct CodecFreer {
-    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
-};
-struct PacketFreer {
-    void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
-struct FrameFreer {
-    void operator()(AVFrame* f) const { av_frame_free(&f); }
-};
-
 } // namespace
 
 std::optional<QString> AacDecodedProfile::of(const QString& path)
@@ -37,7 +19,7 @@ std::optional<QString> AacDecodedProfile::of(const QString& path)
     AVFormatContext* raw = nullptr;
     if (avformat_open_input(&raw, QFile::encodeName(path).constData(), nullptr, nullptr) < 0)
         return std::nullopt;
-    std::unique_ptr<AVFormatContext, FormatCloser> format(raw);
+    LibavFormat format(raw);
     if (avformat_find_stream_info(format.get(), nullptr) < 0)
         return std::nullopt;
     const int index = av_find_best_stream(format.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
@@ -49,15 +31,15 @@ std::optional<QString> AacDecodedProfile::of(const QString& path)
     const AVCodec* decoder = avcodec_find_decoder(AV_CODEC_ID_AAC);
     if (!decoder)
         return std::nullopt;
-    std::unique_ptr<AVCodecContext, CodecFreer> ctx(avcodec_alloc_context3(decoder));
+    LibavCodec ctx(avcodec_alloc_context3(decoder));
     if (!ctx || avcodec_parameters_to_context(ctx.get(), par) < 0 || avcodec_open2(ctx.get(), decoder, nullptr) < 0)
         return std::nullopt;
     // What the container declares, before the decoder has seen any audio.
     const int declaredRate = par->sample_rate;
     const int declaredChannels = par->ch_layout.nb_channels;
 
-    std::unique_ptr<AVPacket, PacketFreer> packet(av_packet_alloc());
-    std::unique_ptr<AVFrame, FrameFreer> frame(av_frame_alloc());
+    LibavPacket packet(av_packet_alloc());
+    LibavFrame frame(av_frame_alloc());
     int decoded = 0;
     int outputRate = 0;
     int outputChannels = 0;

@@ -67,7 +67,6 @@ struct AudioMetadataService::Context {
     std::shared_ptr<const FFmpegWrapper> ffmpeg;
     LibavAudioInspector inspector;
     FFprobeInspector ffprobe;
-    AudioStreamProbe streamProbe;
     FileRepairService repairService;
     Options options;
 
@@ -75,7 +74,6 @@ struct AudioMetadataService::Context {
         : ffmpeg(f)
         , inspector({}, std::max(10.0, static_cast<double>(o.stallInterval.count()) / 1000.0))
         , ffprobe(f)
-        , streamProbe(f)
         , repairService(f)
         , options(o)
     {
@@ -191,7 +189,7 @@ SlotOutcome AudioMetadataService::Context::loadOne(const QString& path, Progress
         const bool decodable = !(format && format->codec == u"xhe-aac");
         if (decodable && AudioStreamProbe::appliesTo(path)) {
             watchdog.tick(QStringLiteral("stream probe"));
-            const AudioStreamProbe::Result r = streamProbe.probe(path, token);
+            const AudioStreamProbe::Result r = AudioStreamProbe::probe(path, token);
             if (state.cancelled)
                 return out;
             // The probe was stopped by this file's watchdog: its answer says
