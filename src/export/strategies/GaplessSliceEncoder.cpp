@@ -56,7 +56,8 @@ GaplessSliceEncoder::GaplessSliceEncoder(std::shared_ptr<const FFmpegAudioEncode
 std::vector<GaplessSliceEncoder::DecodedSource>
 GaplessSliceEncoder::decodeSources(const QStringList& sources, const std::vector<QString>& codecs, int sampleRate,
                                    int channels, const QString& workDir, const ConcurrencyPlan& concurrency,
-                                   const std::shared_ptr<const CancellationToken>& token, const Progress& progress) const
+                                   const std::shared_ptr<const CancellationToken>& token, const Progress& progress,
+                                   const SourceDecoded& decodedOne) const
 {
     const int count = static_cast<int>(sources.size());
     std::vector<DecodedSource> decoded(static_cast<std::size_t>(count));
@@ -80,7 +81,7 @@ GaplessSliceEncoder::decodeSources(const QStringList& sources, const std::vector
         [&](int i, const CancellationToken& jobToken) {
             DecodedSource& d = decoded[std::size_t(i)];
             d.path = sources[i];
-            d.pcm = QDir(workDir).filePath(QStringLiteral("source_%1.pcm").arg(threeDigits(i)));
+            d.pcm = pcmPath(workDir, i);
             QStringList args;
             const QString codec = std::size_t(i) < codecs.size() ? codecs[std::size_t(i)].toLower() : QString();
             if (codec == u"xhe-aac" && encoder_->catalog().has(QStringLiteral("aac_at")))
@@ -103,10 +104,62 @@ GaplessSliceEncoder::decodeSources(const QStringList& sources, const std::vector
                 error.withFailureContext(context);
                 throw error;
             }
+            if (decodedOne)
+                decodedOne(i, d.samples);
             report(i, 1.0);
         },
         QStringLiteral("[BatchEncoding]"));
     return decoded;
+}
+
+QString GaplessSliceEncoder::pcmPath(const QString& workDir, int source)
+{
+    return QDir(workDir).filePath(QStringLiteral("source_%1.pcm").arg(threeDigits(source)));
+}
+
+QString GaplessSliceEncoder::sliceFile(const QString& workDir, int slice)
+{
+    return QDir(workDir).filePath(QStringLiteral("segment_%1.aac").arg(threeDigits(slice)));
+}
+
+QStringList GaplessSliceEncoder::sourceNames(const PlannedSlice& slice, const std::vector<Stretch>& timeline,
+                                             const std::vector<DecodedSource>& sources)
+{
+    QStringList names;
+    std::int64_t at = 0;
+    for (const Stretch& st : timeline) {
+        if (at < slice.inputEnd() && at + st.count > slice.inputStart()) {
+            const QString name = QFileInfo(sources[std::size_t(st.source)].path).fileName();
+            if (!names.contains(name))
+                names << name;
+        }
+        at += st.count;
+    }
+    return names;
+}
+
+void GaplessSliceEncoder::encodeSlice(const SlicePlan& plan, int i, const std::vector<Stretch>& timeline,
+                                      const std::vector<DecodedSource>& sources,
+                                      const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir, int threads,
+                                      const CancellationToken& token, const Progress& progress) const
+{
+    const PlannedSlice& s = plan.slices[std::size_t(i)];
+    const int channels = spec.channels.value_or(2);
+    const QStringList names = sourceNames(s, timeline, sources);
+    Log::write(QStringLiteral("[BatchEncoding] Segment[%1] started: ").arg(i) + names.join(QStringLiteral(", "))
+               + QStringLiteral(" strategy=encode isConcat=%1 pendingExtract=false samples=[%2,%3) margins=%4/%5")
+                     .arg(names.size() > 1 ? QStringLiteral("true") : QStringLiteral("false"))
+                     .arg(s.start)
+                     .arg(s.end)
+                     .arg(s.marginBefore)
+                     .arg(s.marginAfter));
+    QStringList args = rawInput(plan.sampleRate, channels);
+    args << QStringLiteral("-i") << inputURL(timeline, sources, s.inputStart(), s.inputEnd(), channels);
+    args << QStringLiteral("-threads") << QString::number(threads) << encoder_->encoderBlock(spec, false);
+    args << QStringLiteral("-f") << QStringLiteral("adts") << QStringLiteral("-y") << sliceFile(workDir, i);
+    const FFmpegResult r = encoder_->wrapper().run(args, double(s.inputLength()) / plan.sampleRate, token, progress);
+    if (!r.succeeded())
+        failJob(r, token, names, QStringLiteral("Segment %1 failed").arg(i));
 }
 
 EncoderFraming GaplessSliceEncoder::probeFraming(const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir,
@@ -177,89 +230,13 @@ std::vector<std::pair<qsizetype, int>> GaplessSliceEncoder::adtsFrames(const QBy
     return frames;
 }
 
-void GaplessSliceEncoder::encodeAndJoin(const SlicePlan& plan, const std::vector<Stretch>& timeline,
-                                        const std::vector<DecodedSource>& sources,
-                                        const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir,
-                                        const QString& output, const ConcurrencyPlan& concurrency,
-                                        const std::shared_ptr<const CancellationToken>& token,
-                                        const Progress& encodeProgress, const Progress& joinProgress) const
+void GaplessSliceEncoder::join(const SlicePlan& plan, const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir,
+                               const QString& output, const CancellationToken& token, const Progress& joinProgress) const
 {
     const int count = static_cast<int>(plan.slices.size());
     const int rate = plan.sampleRate;
-    const int channels = spec.channels.value_or(2);
-    const QStringList block = encoder_->encoderBlock(spec, false);
-    std::vector<QString> files(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i)
-        files[std::size_t(i)] = QDir(workDir).filePath(QStringLiteral("segment_%1.aac").arg(threeDigits(i)));
-
-    // Which sources a slice reads, for the failure's file names.
-    auto namesOf = [&](const PlannedSlice& s) {
-        QStringList names;
-        std::int64_t at = 0;
-        for (const Stretch& st : timeline) {
-            if (at < s.inputEnd() && at + st.count > s.inputStart()) {
-                const QString name = QFileInfo(sources[std::size_t(st.source)].path).fileName();
-                if (!names.contains(name))
-                    names << name;
-            }
-            at += st.count;
-        }
-        return names;
-    };
-
-    Log::write(QStringLiteral("[BatchEncoding] Starting parallel encoding: %1 segments, concurrency=%2, threadsPerJob=%3")
-                   .arg(count)
-                   .arg(concurrency.jobs)
-                   .arg(concurrency.threadsPerJob));
-    Log::write(QStringLiteral("[BatchEncoding] Slices of ~%1 s, margins %2 samples, encoded %3 of %4 samples, critical path %5")
-                   .arg(count > 0 ? double(plan.totalSamples) / count / rate : 0.0, 0, 'f', 1)
-                   .arg(SlicePlanner::alignedMargin(4, plan.framing))
-                   .arg(plan.encodedSamples())
-                   .arg(plan.totalSamples)
-                   .arg(plan.criticalPath(concurrency.jobs), 0, 'f', 3));
-
-    std::mutex mutex;
-    std::vector<double> done(static_cast<std::size_t>(count), 0.0);
-    const double total = std::max<double>(1.0, double(plan.encodedSamples()));
-    auto report = [&](int i, double f) {
-        if (!encodeProgress)
-            return;
-        double sum = 0;
-        {
-            std::lock_guard lock(mutex);
-            done[std::size_t(i)] = std::max(done[std::size_t(i)], f);
-            for (int k = 0; k < count; ++k)
-                sum += done[std::size_t(k)] * double(plan.slices[std::size_t(k)].inputLength());
-        }
-        encodeProgress(std::clamp(sum / total, 0.0, 1.0));
-    };
-
-    FFmpegAudioEncoder::runParallel(
-        count, concurrency.jobs, token,
-        [&](int i, const CancellationToken& jobToken) {
-            const PlannedSlice& s = plan.slices[std::size_t(i)];
-            const QStringList names = namesOf(s);
-            Log::write(QStringLiteral("[BatchEncoding] Segment[%1] started: ").arg(i) + names.join(QStringLiteral(", "))
-                       + QStringLiteral(" strategy=encode isConcat=%1 pendingExtract=false samples=[%2,%3) margins=%4/%5")
-                             .arg(names.size() > 1 ? QStringLiteral("true") : QStringLiteral("false"))
-                             .arg(s.start)
-                             .arg(s.end)
-                             .arg(s.marginBefore)
-                             .arg(s.marginAfter));
-            QStringList args = rawInput(rate, channels);
-            args << QStringLiteral("-i") << inputURL(timeline, sources, s.inputStart(), s.inputEnd(), channels);
-            args << QStringLiteral("-threads") << QString::number(concurrency.threadsPerJob) << block;
-            args << QStringLiteral("-f") << QStringLiteral("adts") << QStringLiteral("-y") << files[std::size_t(i)];
-            const FFmpegResult r = encoder_->wrapper().run(args, double(s.inputLength()) / rate, jobToken,
-                                                           [&, i](double f) { report(i, f); });
-            if (!r.succeeded())
-                failJob(r, jobToken, names, QStringLiteral("Segment %1 failed").arg(i));
-            report(i, 1.0);
-        },
-        QStringLiteral("[BatchEncoding]"));
-
     // Join: each slice's own packets, in order.
-    if (token->isCancelled())
+    if (token.isCancelled())
         throw FFmpegEncoderError::cancelled();
     const QString joined = QDir(workDir).filePath(QStringLiteral("book.aac"));
     QFile out(joined);
@@ -268,7 +245,7 @@ void GaplessSliceEncoder::encodeAndJoin(const SlicePlan& plan, const std::vector
     std::int64_t packets = 0;
     for (int i = 0; i < count; ++i) {
         const PlannedSlice& s = plan.slices[std::size_t(i)];
-        QFile in(files[std::size_t(i)]);
+        QFile in(sliceFile(workDir, i));
         if (!in.open(QIODevice::ReadOnly))
             throw FFmpegEncoderError::executionFailed(QStringLiteral("Segment %1 produced no audio").arg(i));
         const QByteArray data = in.readAll();
@@ -286,7 +263,7 @@ void GaplessSliceEncoder::encodeAndJoin(const SlicePlan& plan, const std::vector
         if (out.write(data.constData() + from, lastFrame.first + lastFrame.second - from) < 0)
             throw FFmpegEncoderError::executionFailed(QStringLiteral("Cannot write the joined audio: ") + out.errorString());
         packets += wanted;
-        QFile::remove(files[std::size_t(i)]);
+        QFile::remove(sliceFile(workDir, i));
         if (joinProgress)
             joinProgress(0.3 * double(i + 1) / count);
     }
@@ -298,12 +275,12 @@ void GaplessSliceEncoder::encodeAndJoin(const SlicePlan& plan, const std::vector
                            QStringLiteral("-map_metadata"), QStringLiteral("-1"), QStringLiteral("-map"),
                            QStringLiteral("0:a"),  QStringLiteral("-f"),   FFmpegAudioEncoder::muxerName(spec.format),
                            QStringLiteral("-y"),   output};
-    const FFmpegResult r = encoder_->wrapper().run(args, double(plan.totalSamples) / rate, *token, [&](double f) {
+    const FFmpegResult r = encoder_->wrapper().run(args, double(plan.totalSamples) / rate, token, [&](double f) {
         if (joinProgress)
             joinProgress(0.3 + 0.6 * f);
     });
     if (!r.succeeded()) {
-        if (token->isCancelled())
+        if (token.isCancelled())
             throw FFmpegEncoderError::cancelled();
         if (r.indicatesOutOfSpace())
             throw ExportError::outOfSpace();

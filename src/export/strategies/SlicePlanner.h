@@ -74,9 +74,24 @@ public:
     static SlicePlan plan(std::int64_t totalSamples, int sampleRate, const EncoderFraming& framing,
                           const Options& options);
 
+    // The plan for a timeline of totalSamples that keeps the first `kept`
+    // slices of an earlier plan exactly (their cuts, margins and packets:
+    // they may be encoded already) and cuts the rest into as many slices
+    // more as plan() would make, the last 2 x jobs of them a quarter as long.
+    // The earlier plan was made from an estimate of the length, before the
+    // sources were decoded; a kept slice must end before totalSamples.
+    static SlicePlan keepingLeadingSlices(const SlicePlan& earlier, int kept, std::int64_t totalSamples,
+                                          const Options& options);
+
     // The smallest margin of at least `frames` frames after which an
     // encode's packet boundaries fall on a slice's start.
     static std::int64_t alignedMargin(int frames, const EncoderFraming& framing);
+
+private:
+    // Slices between consecutive cuts (0 first, the total last), with their
+    // margins and kept packets.
+    static SlicePlan fromCuts(const std::vector<std::int64_t>& cuts, int sampleRate, const EncoderFraming& framing,
+                              const Options& options);
 };
 
 } // namespace folivox

@@ -4,7 +4,9 @@
 
 #include "export/strategies/ConcurrencyPlan.h"
 #include "export/strategies/GaplessSliceEncoder.h"
+#include "export/strategies/GaplessTimeline.h"
 #include "export/strategies/MP4GaplessTrim.h"
+#include "export/strategies/ParallelSliceEncoder.h"
 #include "export/strategies/SlicePlanner.h"
 #include "export/decision/ExportDecisionService.h"
 #include "export/strategies/FFmpegEncoderError.h"
@@ -18,6 +20,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <future>
 #include <limits>
 
 namespace folivox {
@@ -189,38 +192,6 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeBook(const ExportContext
     return book;
 }
 
-TranscodeStrategy::Timeline TranscodeStrategy::buildTimeline(const SegmentPlan& chapterPlan, const QStringList& sources,
-                                                             const std::vector<std::int64_t>& decodedSamples,
-                                                             int sampleRate)
-{
-    Timeline timeline;
-    for (const std::vector<int>& segmentsOfChapter : chapterPlan.chapterSegments) {
-        timeline.chapterStarts.push_back(timeline.total);
-        std::int64_t length = 0;
-        for (int index : segmentsOfChapter) {
-            for (const SegmentPiece& piece : chapterPlan.segments[std::size_t(index)].pieces) {
-                const int source = static_cast<int>(sources.indexOf(piece.path));
-                const std::int64_t available = decodedSamples[std::size_t(source)];
-                std::int64_t from = 0;
-                std::int64_t to = available;
-                if (!piece.fullTrack) {
-                    from = std::clamp<std::int64_t>(std::llround(piece.start * sampleRate), 0, available);
-                    const double end = piece.start + piece.length;
-                    const bool toEnd = piece.facts.duration > 0 && end >= piece.facts.duration - 0.05;
-                    to = toEnd ? available : std::clamp<std::int64_t>(std::llround(end * sampleRate), from, available);
-                }
-                if (to > from) {
-                    timeline.stretches.push_back({source, from, to - from});
-                    length += to - from;
-                }
-            }
-        }
-        timeline.chapterLengths.push_back(length);
-        timeline.total += length;
-    }
-    return timeline;
-}
-
 bool TranscodeStrategy::gaplessWorkFits(double bookSeconds, const FFmpegAudioEncoder::OutputSpec& spec, const QString& workDir)
 {
     // The gapless encode decodes the whole book to 16-bit PCM in the work
@@ -276,47 +247,60 @@ TranscodeStrategy::EncodedBook TranscodeStrategy::encodeGapless(const ExportCont
     Log::write(QStringLiteral("[Transcode] ===== ENCODING PHASE START ====="));
     QElapsedTimer phase;
     phase.start();
-    const GaplessSliceEncoder gapless(encoder_);
+    const auto gapless = std::make_shared<const GaplessSliceEncoder>(encoder_);
+    // The encoder's framing is measured while the sources decode: a short
+    // ffmpeg run (and the encoder list it needs) that would otherwise wait
+    // for the decode and hold up every slice.
+    const std::shared_future<EncoderFraming> framingProbe =
+        std::async(std::launch::async, [&gapless, &spec, &workDir, &context] {
+            return gapless->probeFraming(spec, workDir, context.token());
+        }).share();
     // Decoding is about a tenth of the work of encoding.
     constexpr double kDecodeShare = 0.1;
     const ConcurrencyPlan decodeJobs =
         ConcurrencyPlan::forMachine(static_cast<int>(sources.size()), context.parallelJobs);
-    const auto decoded = gapless.decodeSources(sources, codecs, rate, channels, workDir, decodeJobs,
-                                               context.cancelToken,
-                                               [&progress](double f) { progress(ExportPhase::encoding, kDecodeShare * f); });
+    SlicePlanner::Options sliceOptions;
+    sliceOptions.jobs = machine.jobs;
+    auto encodeProgress = [&progress](double f) { progress(ExportPhase::encoding, kDecodeShare + (1 - kDecodeShare) * f); };
+    // The slice encodes start while the sources decode, on the cores a book
+    // of fewer files than cores leaves idle.
+    ParallelSliceEncoder::Setup setup;
+    setup.gapless = gapless;
+    setup.chapterPlan = chapterPlan;
+    setup.sources = sources;
+    setup.spec = spec;
+    setup.workDir = workDir;
+    setup.estimatedSamples = std::llround(chapterPlan.totalDuration * rate);
+    setup.sliceOptions = sliceOptions;
+    setup.jobs = machine.jobs;
+    setup.earlyJobs = std::max(0, machine.jobs - decodeJobs.jobs);
+    setup.threadsPerJob = machine.threadsPerJob;
+    setup.token = context.cancelToken;
+    setup.progress = encodeProgress;
+    ParallelSliceEncoder encodes(std::move(setup), framingProbe);
+    const auto decoded = gapless->decodeSources(
+        sources, codecs, rate, channels, workDir, decodeJobs, context.cancelToken,
+        [&progress](double f) { progress(ExportPhase::encoding, kDecodeShare * f); },
+        [&encodes](int source, std::int64_t samples) { encodes.sourceDecoded(source, samples); });
     std::vector<std::int64_t> decodedSamples;
     for (const auto& d : decoded)
         decodedSamples.push_back(d.samples);
-    const Timeline timeline = buildTimeline(chapterPlan, sources, decodedSamples, rate);
+    const GaplessTimeline timeline = GaplessTimeline::build(chapterPlan, sources, decodedSamples, rate);
     if (timeline.total <= 0)
         throw ExportError::validationFailed(QStringLiteral("Total duration is zero (no valid audio tracks)"));
 
-    const EncoderFraming framing = gapless.probeFraming(spec, workDir, context.token());
-    SlicePlanner::Options sliceOptions;
-    sliceOptions.jobs = machine.jobs;
-    const SlicePlan slices = SlicePlanner::plan(timeline.total, rate, framing, sliceOptions);
-    const ConcurrencyPlan concurrency =
-        ConcurrencyPlan::forMachine(static_cast<int>(slices.slices.size()), context.parallelJobs);
-
+    const EncoderFraming framing = framingProbe.get();
     progress(ExportPhase::encoding, kDecodeShare);
-    auto encodeProgress = [&progress](double f) { progress(ExportPhase::encoding, kDecodeShare + (1 - kDecodeShare) * f); };
-    auto joinProgress = [&progress](double f) { progress(ExportPhase::merging, f); };
-    bool joining = false;
-    gapless.encodeAndJoin(slices, timeline.stretches, decoded, spec, workDir, output, concurrency, context.cancelToken,
-                          encodeProgress, [&](double f) {
-                              if (!joining) {
-                                  joining = true;
-                                  const double encodeSeconds = double(phase.elapsed()) / 1000.0;
-                                  Log::write(QStringLiteral("[Transcode] Encoded %1 segments in %2")
-                                                 .arg(slices.slices.size())
-                                                 .arg(fixed(encodeSeconds, 2)));
-                                  noteTiming(QStringLiteral("encode"), encodeSeconds);
-                                  phase.restart();
-                                  Log::write(heAAC ? QStringLiteral("[Transcode] ===== HE-AAC MUX PHASE START =====")
-                                                   : QStringLiteral("[Transcode] ===== MUX PHASE START ====="));
-                              }
-                              joinProgress(f);
-                          });
+    const SlicePlan slices = encodes.settle(timeline, decoded, framing);
+    encodes.wait();
+
+    const double encodeSeconds = double(phase.elapsed()) / 1000.0;
+    Log::write(QStringLiteral("[Transcode] Encoded %1 segments in %2").arg(slices.slices.size()).arg(fixed(encodeSeconds, 2)));
+    noteTiming(QStringLiteral("encode"), encodeSeconds);
+    phase.restart();
+    Log::write(heAAC ? QStringLiteral("[Transcode] ===== HE-AAC MUX PHASE START =====")
+                     : QStringLiteral("[Transcode] ===== MUX PHASE START ====="));
+    gapless->join(slices, spec, workDir, output, context.token(), [&progress](double f) { progress(ExportPhase::merging, f); });
     const double muxSeconds = double(phase.elapsed()) / 1000.0;
     Log::write((heAAC ? QStringLiteral("[Transcode] HE-AAC mux completed in ") : QStringLiteral("[Transcode] Mux completed in "))
                + fixed(muxSeconds, 2) + u's');

@@ -12,8 +12,6 @@
 
 namespace folivox {
 
-using GaplessTimelineStretch = GaplessSliceEncoder::Stretch;
-
 // Encodes the book into one M4B: the chapters are cut into segments, the
 // segments are encoded in parallel, joined by stream copy, and the chapter
 // marks are set from the measured lengths of the encoded segments, so they
@@ -59,20 +57,6 @@ public:
                                const ExportSettings& settings);
 
     const std::shared_ptr<const FFmpegAudioEncoder>& encoder() const { return encoder_; }
-
-    // The book's timeline as stretches of decoded sources, in output
-    // samples: a whole file is all of its decoded audio, a stretch of a file
-    // its times at the output rate (a stretch that reaches the file's end
-    // within 50 ms runs to its decoded end). Also where each chapter starts
-    // on that timeline, and its length.
-    struct Timeline {
-        std::vector<GaplessTimelineStretch> stretches;
-        std::vector<std::int64_t> chapterStarts;
-        std::vector<std::int64_t> chapterLengths;
-        std::int64_t total = 0;
-    };
-    static Timeline buildTimeline(const SegmentPlan& chapterPlan, const QStringList& sources,
-                                  const std::vector<std::int64_t>& decodedSamples, int sampleRate);
 
 private:
     // Whether the gapless encode's work files fit in the work folder's disk.

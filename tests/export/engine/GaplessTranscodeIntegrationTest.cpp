@@ -3,12 +3,15 @@
 // files and of parallel slices can be heard.
 #include "export/engine/DefaultExportService.h"
 #include "export/strategies/MP4GaplessTrim.h"
+#include "process/FFmpegWrapper.h"
 #include "process/ManualCancellationToken.h"
 #include "export/engine/EngineTestSupport.h"
 #include "platform/Log.h"
 #include "support/Fixtures.h"
+#include "support/ScriptedTool.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
@@ -30,10 +33,12 @@ protected:
     void SetUp() override { ASSERT_TRUE(dir_.isValid()); }
     QString path(const QString& name) const { return dir_.filePath(name); }
 
-    ExportResult build(std::vector<Track> tracks, std::vector<Bookmark> marks, const QString& output, int jobs = 2)
+    ExportResult build(std::vector<Track> tracks, std::vector<Bookmark> marks, const QString& output, int jobs = 2,
+                       std::shared_ptr<const FFmpegWrapper> ffmpeg = {})
     {
         DefaultExportService::Dependencies d;
         d.metadataService = std::make_shared<test::RecordingMetadataService>();
+        d.ffmpeg = std::move(ffmpeg);
         DefaultExportService service(d);
         DefaultExportService::Request r;
         r.allTracks = tracks;
@@ -90,6 +95,52 @@ double errorDb(const std::vector<qint16>& decoded, const std::vector<qint16>& so
     return 10 * std::log10(sum / double(width) + 1e-9);
 }
 
+// The slice starts a build logged ("samples=[start,"), past the first.
+std::vector<qint64> sliceStarts(const LogCapture& log)
+{
+    std::vector<qint64> starts;
+    static const QRegularExpression slice(QStringLiteral("samples=\\[(\\d+),"));
+    for (const QString& line : log.lines()) {
+        const auto m = slice.match(line);
+        if (m.hasMatch() && m.captured(1).toLongLong() > 0)
+            starts.push_back(m.captured(1).toLongLong());
+    }
+    return starts;
+}
+
+// The book decodes to the raw mono source within a frame of padding, the
+// error near every join is no larger than elsewhere (within 3 dB), and the
+// level never dips.
+void expectNoAudibleJoin(const QString& raw, const QString& output, const std::vector<qint64>& joins)
+{
+    QFile rawFile(raw);
+    ASSERT_TRUE(rawFile.open(QIODevice::ReadOnly));
+    const QByteArray bytes = rawFile.readAll();
+    std::vector<qint16> source(std::size_t(bytes.size() / 2));
+    std::memcpy(source.data(), bytes.constData(), source.size() * 2);
+    const std::vector<qint16> decoded = decode(output);
+    ASSERT_GE(decoded.size(), source.size());
+    EXPECT_LT(decoded.size() - source.size(), 1024u);
+
+    constexpr std::size_t width = 256;
+    double near = -100;
+    double elsewhere = -100;
+    for (std::size_t at = 4096; at + width < source.size() - 4096; at += width) {
+        bool atJoin = false;
+        for (qint64 j : joins)
+            atJoin = atJoin || std::abs(qint64(at) - j) < qint64(2 * width);
+        (atJoin ? near : elsewhere) = std::max(atJoin ? near : elsewhere, errorDb(decoded, source, at, width));
+    }
+    EXPECT_LE(near, elsewhere + 3.0) << "near=" << near << " elsewhere=" << elsewhere;
+    // The level never dips: every window holds the tone.
+    for (std::size_t at = 0; at + width < source.size(); at += width) {
+        double s = 0;
+        for (std::size_t i = at; i < at + width; ++i)
+            s += double(decoded[i]) * decoded[i];
+        ASSERT_GT(10 * std::log10(s / width + 1e-9), 60.0) << "dip at sample " << at;
+    }
+}
+
 } // namespace
 
 TEST_F(GaplessBuild, SixMp3ChaptersMakeExactlyTheirLengthWithMarksOnTheSeconds)
@@ -140,40 +191,54 @@ TEST_F(GaplessBuild, AToneCutAtOddSamplesIsRebuiltWithoutAnAudibleJoin)
 
     // Joins: the files' and the slices' (from the log).
     std::vector<qint64> joins(cuts.begin() + 1, cuts.end() - 1);
-    static const QRegularExpression slice(QStringLiteral("samples=\\[(\\d+),"));
-    for (const QString& line : log.lines()) {
-        const auto m = slice.match(line);
-        if (m.hasMatch() && m.captured(1).toLongLong() > 0)
-            joins.push_back(m.captured(1).toLongLong());
-    }
+    for (const qint64 start : sliceStarts(log))
+        joins.push_back(start);
     ASSERT_GE(joins.size(), 4u) << "the book was not cut into slices";
 
-    QFile rawFile(raw);
-    ASSERT_TRUE(rawFile.open(QIODevice::ReadOnly));
-    const QByteArray bytes = rawFile.readAll();
-    std::vector<qint16> source(std::size_t(bytes.size() / 2));
-    std::memcpy(source.data(), bytes.constData(), source.size() * 2);
-    const std::vector<qint16> decoded = decode(output);
-    ASSERT_GE(decoded.size(), source.size());
-    EXPECT_LT(decoded.size() - source.size(), 1024u);
+    expectNoAudibleJoin(raw, output, joins);
+}
 
-    constexpr std::size_t width = 256;
-    double near = -100;
-    double elsewhere = -100;
-    for (std::size_t at = 4096; at + width < source.size() - 4096; at += width) {
-        bool atJoin = false;
-        for (qint64 j : joins)
-            atJoin = atJoin || std::abs(qint64(at) - j) < qint64(2 * width);
-        (atJoin ? near : elsewhere) = std::max(atJoin ? near : elsewhere, errorDb(decoded, source, at, width));
+TEST_F(GaplessBuild, SlicesEncodedWhileALongFileStillDecodesJoinAsIfEncodedAfter)
+{
+    // One 40 s tone file in three chapters, on two jobs. Its decode is held
+    // open 3 s after its audio is written, so the idle job encodes
+    // every slice it may (all but the estimate's last) before the decode is
+    // done; the rest is planned from the decoded length.
+    const QString raw = path(QStringLiteral("tone.raw"));
+    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                                  QStringLiteral("sine=frequency=330:sample_rate=44100:duration=40"), QStringLiteral("-ac"),
+                                  QStringLiteral("1"), QStringLiteral("-f"), QStringLiteral("s16le"), raw}));
+    QDir().mkpath(path(QStringLiteral("src")));
+    const QString file = path(QStringLiteral("src/book.wav"));
+    ASSERT_TRUE(Fixtures::ffmpeg({QStringLiteral("-f"), QStringLiteral("s16le"), QStringLiteral("-ar"), QStringLiteral("44100"),
+                                  QStringLiteral("-ac"), QStringLiteral("1"), QStringLiteral("-i"), raw, file}));
+    const Track source = wav(file, 44100, 1, 40.0);
+    const std::vector<double> starts{0.0, 13.3331, 26.0007};
+    std::vector<Bookmark> marks;
+    for (std::size_t i = 0; i < starts.size(); ++i) {
+        const double end = i + 1 < starts.size() ? starts[i + 1] : source.duration;
+        marks.push_back(test::bookmark(QStringLiteral("Part %1").arg(i + 1), {source}, starts[i], end - starts[i]));
     }
-    EXPECT_LE(near, elsewhere + 3.0) << "near=" << near << " elsewhere=" << elsewhere;
-    // The level never dips: every window holds the tone.
-    for (std::size_t at = 0; at + width < source.size(); at += width) {
-        double s = 0;
-        for (std::size_t i = at; i < at + width; ++i)
-            s += double(decoded[i]) * decoded[i];
-        ASSERT_GT(10 * std::log10(s / width + 1e-9), 60.0) << "dip at sample " << at;
-    }
+    const QString slowDecode = test::ScriptedTool::write(
+        path(QStringLiteral("bin")), QStringLiteral("ffmpeg"),
+        QStringLiteral("case \"$*\" in *pcm_s16le*) ffmpeg \"$@\"; status=$?; sleep 3; exit $status;; esac\n"
+                       "exec ffmpeg \"$@\"\n"));
+    FFmpegWrapper::Options options;
+    options.ffmpegPath = slowDecode;
+    const QString output = path(QStringLiteral("Early.m4b"));
+    LogCapture log;
+    const ExportResult result = build({source}, marks, output, 2, std::make_shared<FFmpegWrapper>(options));
+    ASSERT_TRUE(result.succeeded()) << result.error->description().toStdString();
+
+    EXPECT_TRUE(log.contains("7 slice(s) started while the sources decoded")) << log.lines().join(u'\n').toStdString();
+    const auto& chapters = result.outcome->chapters;
+    ASSERT_EQ(chapters.size(), starts.size());
+    for (std::size_t i = 0; i < starts.size(); ++i)
+        EXPECT_NEAR(chapters[i].start, starts[i], 0.001) << i;
+    EXPECT_NEAR(Fixtures::decodedDuration(output), 40.0, kFrame);
+    const std::vector<qint64> joins = sliceStarts(log);
+    ASSERT_EQ(joins.size(), 7u); // the seven taken early and the last
+    expectNoAudibleJoin(raw, output, joins);
 }
 
 TEST_F(GaplessBuild, OneFileWithAChapterFileGetsThoseTimesAndNoSilenceAtTheMarks)

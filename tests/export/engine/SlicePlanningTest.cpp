@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 using namespace folivox;
 
 namespace {
@@ -83,4 +85,38 @@ TEST(SlicePlanning, TheAlignedMarginIsTheSmallestOnAPacketBoundary)
     EXPECT_EQ(SlicePlanner::alignedMargin(4, {1024, 1024}), 4096);
     EXPECT_EQ(SlicePlanner::alignedMargin(4, {1024, 2112}), 4096 + 960);
     EXPECT_EQ(SlicePlanner::alignedMargin(1, {2048, 2048}), 2048);
+}
+
+TEST(SlicePlanning, SlicesTakenFromAnEstimateAreKeptWhateverTheDecodedLength)
+{
+    // Planned from the imported length; the decode then finds it a little
+    // shorter, exact, or longer by more than a slice's margin.
+    SlicePlanner::Options options;
+    options.jobs = 2;
+    const std::int64_t estimate = 3600LL * 44100;
+    const SlicePlan earlier = SlicePlanner::plan(estimate, 44100, {}, options);
+    ASSERT_EQ(earlier.slices.size(), 8u);
+    for (const std::int64_t total : {estimate - 1000, estimate, estimate + 70001}) {
+        for (const int kept : {1, 3}) {
+            const SlicePlan plan = SlicePlanner::keepingLeadingSlices(earlier, kept, total, options);
+            expectTiles(plan);
+            EXPECT_EQ(plan.totalSamples, total);
+            for (int i = 0; i < kept; ++i) {
+                const PlannedSlice& a = earlier.slices[std::size_t(i)];
+                const PlannedSlice& b = plan.slices[std::size_t(i)];
+                EXPECT_EQ(std::tie(a.start, a.end, a.marginBefore, a.marginAfter, a.firstKeptFrame, a.keptFrames),
+                          std::tie(b.start, b.end, b.marginBefore, b.marginAfter, b.firstKeptFrame, b.keptFrames))
+                    << "slice " << i << " of " << kept << " kept, total " << total;
+            }
+            // The rest holds the work of as many slices as the plan would
+            // make, the last of them cut into a tail of four quarter-long ones.
+            ASSERT_EQ(plan.slices.size(), 8u - 1u + 4u) << kept;
+            const std::int64_t share = plan.slices[std::size_t(kept)].end - plan.slices[std::size_t(kept)].start;
+            for (std::size_t i = plan.slices.size() - 4; i < plan.slices.size(); ++i) {
+                const std::int64_t length = plan.slices[i].end - plan.slices[i].start;
+                EXPECT_NEAR(double(length), share / 4.0, 1024.0) << i;
+            }
+            EXPECT_LE(plan.criticalPath(2), 0.52);
+        }
+    }
 }
