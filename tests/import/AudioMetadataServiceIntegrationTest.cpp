@@ -10,6 +10,7 @@
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
@@ -244,4 +245,46 @@ TEST_F(AudioMetadataServiceIntegrationTest, CancelledLoadLeavesFilesOut)
     AudioMetadataService service;
     const auto outcome = service.load({AudioFixtures::url(path("a.mp3")), AudioFixtures::url(path("b.mp3"))}, token);
     EXPECT_TRUE(outcome.isEmpty());
+}
+
+TEST_F(AudioMetadataServiceIntegrationTest, Mp3LengthsAreWhatAFullDecodeGivesToTheMillisecond)
+{
+    // The build decodes every MP3 and drops the LAME delay and padding; the
+    // lengths imported (and so where a chapter file's marks fall in later
+    // files) must be the same, not the frames' whole length.
+    struct Case {
+        const char* name;
+        QStringList args;
+        int rate;
+    };
+    const QString sine = QStringLiteral("sine=frequency=500:duration=");
+    const std::vector<Case> cases{
+        {"cbr.mp3", {"-f", "lavfi", "-i", sine + "10.3", "-ac", "1", "-c:a", "libmp3lame", "-b:a", "64k"}, 44100},
+        {"vbr.mp3", {"-f", "lavfi", "-i", sine + "7.77", "-ac", "2", "-c:a", "libmp3lame", "-q:a", "4"}, 44100},
+        {"low.mp3", {"-f", "lavfi", "-i", sine + "5.5", "-ar", "22050", "-ac", "1", "-c:a", "libmp3lame", "-b:a", "32k"}, 22050},
+        {"no-header.mp3", {"-f", "lavfi", "-i", sine + "6.1", "-c:a", "libmp3lame", "-b:a", "64k", "-write_xing", "0"}, 44100},
+        // A tag with a cover ahead of the frames, longer than the head read first.
+        {"covered.mp3", {"-f", "lavfi", "-i", sine + "4.4", "-f", "lavfi", "-i", "testsrc=s=640x480:d=1", "-map", "0",
+                         "-map", "1", "-frames:v", "1", "-c:a", "libmp3lame", "-b:a", "64k", "-c:v", "png",
+                         "-disposition:v", "attached_pic", "-id3v2_version", "3"},
+         44100},
+    };
+    QList<QUrl> urls;
+    for (const Case& c : cases) {
+        ASSERT_TRUE(Fixtures::ffmpeg(QStringList(c.args) << path(QString::fromLatin1(c.name)))) << c.name;
+        urls << AudioFixtures::url(path(QString::fromLatin1(c.name)));
+    }
+    AudioMetadataService service;
+    const auto outcome = service.load(urls);
+    ASSERT_EQ(outcome.tracks.size(), cases.size());
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        QProcess decode;
+        decode.start(QStringLiteral("ffmpeg"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-i"),
+                                                path(QString::fromLatin1(cases[i].name)), QStringLiteral("-map"),
+                                                QStringLiteral("0:a"), QStringLiteral("-ac"), QStringLiteral("1"),
+                                                QStringLiteral("-f"), QStringLiteral("s16le"), QStringLiteral("-")});
+        ASSERT_TRUE(decode.waitForFinished(60000));
+        const double decoded = double(decode.readAllStandardOutput().size()) / 2 / cases[i].rate;
+        EXPECT_NEAR(outcome.tracks[i].duration, decoded, 0.001) << cases[i].name;
+    }
 }

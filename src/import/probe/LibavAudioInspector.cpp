@@ -7,6 +7,7 @@
 #include "import/probe/Id3MultiValues.h"
 #include "import/probe/InspectionError.h"
 #include "import/probe/MP4MediaReferences.h"
+#include "import/probe/Mp3PlayedLength.h"
 #include "platform/Log.h"
 
 #include <QFile>
@@ -133,21 +134,6 @@ QString formatBitrate(const std::optional<int>& b)
     return b ? QString::number(*b) : QStringLiteral("none");
 }
 
-// Bytes taken by an ID3v2 tag at the start of the file (0 when none).
-qint64 id3v2Size(const QString& path)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return 0;
-    const QByteArray h = f.read(10);
-    if (h.size() < 10 || !h.startsWith("ID3"))
-        return 0;
-    auto b = [&h](int i) { return static_cast<qint64>(static_cast<unsigned char>(h[i]) & 0x7F); };
-    const qint64 body = (b(6) << 21) | (b(7) << 14) | (b(8) << 7) | b(9);
-    const bool footer = (static_cast<unsigned char>(h[5]) & 0x10) != 0;
-    return 10 + body + (footer ? 10 : 0);
-}
-
 // An MP3 whose VBR header promises more frames than the file holds (an
 // incomplete download, a copy cut short) is reported by the demuxer at its
 // promised length. The bytes actually present give the playable length.
@@ -157,7 +143,7 @@ double truncatedMp3Duration(const QString& path, double duration, const std::opt
     if (duration <= 0 || !bitrate || *bitrate <= 0 || fileSize <= 0)
         return duration;
     const double expectedBytes = duration * *bitrate / 8.0;
-    const double audioBytes = static_cast<double>(fileSize - id3v2Size(path));
+    const double audioBytes = static_cast<double>(fileSize - Mp3PlayedLength::id3v2Size(path));
     if (audioBytes <= 0 || audioBytes >= expectedBytes * 0.9)
         return duration;
     return audioBytes * 8.0 / *bitrate;
@@ -335,8 +321,13 @@ MediaProbe LibavAudioInspector::probe(const QString& path, const std::function<b
         if (delay < p.duration)
             p.duration -= delay;
     }
-    if (p.container == u"mp3")
-        p.duration = truncatedMp3Duration(path, p.duration, p.streamBitrate, avio_size(ctx->pb));
+    if (p.container == u"mp3") {
+        const double whole = truncatedMp3Duration(path, p.duration, p.streamBitrate, avio_size(ctx->pb));
+        // A whole file with a LAME header plays its frames less the encoder's
+        // delay and padding, which the build's decode drops too.
+        const std::optional<double> played = whole == p.duration ? Mp3PlayedLength::fromLameHeader(path) : std::nullopt;
+        p.duration = played && std::abs(*played - whole) < 0.1 ? *played : whole;
+    }
 
     checkAudioIsReadable(ctx, audioIndex, path, name);
 
