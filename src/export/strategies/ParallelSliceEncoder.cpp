@@ -118,7 +118,7 @@ void ParallelSliceEncoder::wait()
         std::rethrow_exception(firstError_);
 }
 
-bool ParallelSliceEncoder::readyWhileDecoding(const PlannedSlice& slice) const
+std::vector<std::int64_t> ParallelSliceEncoder::samplesSoFar() const
 {
     const int channels = setup_.spec.channels.value_or(2);
     std::vector<std::int64_t> available(std::size_t(setup_.sources.size()), 0);
@@ -126,7 +126,12 @@ bool ParallelSliceEncoder::readyWhileDecoding(const PlannedSlice& slice) const
         available[std::size_t(i)] = finished_[std::size_t(i)]
                                         ? finishedSamples_[std::size_t(i)]
                                         : QFileInfo(GaplessSliceEncoder::pcmPath(setup_.workDir, i)).size() / (2 * std::int64_t(channels));
-    return slice.inputEnd() <= GaplessTimeline::decodedPrefix(setup_.chapterPlan, setup_.sources, available, finished_,
+    return available;
+}
+
+bool ParallelSliceEncoder::readyWhileDecoding(const PlannedSlice& slice) const
+{
+    return slice.inputEnd() <= GaplessTimeline::decodedPrefix(setup_.chapterPlan, setup_.sources, samplesSoFar(), finished_,
                                                                 plan_.sampleRate);
 }
 
@@ -156,18 +161,10 @@ void ParallelSliceEncoder::encode(int slice, std::unique_lock<std::mutex>& lock)
     GaplessTimeline timeline = timeline_;
     std::vector<GaplessSliceEncoder::DecodedSource> sources = decoded_;
     if (!settled_) {
-        const int channels = setup_.spec.channels.value_or(2);
-        std::vector<std::int64_t> available;
+        const std::vector<std::int64_t> available = samplesSoFar();
         sources.clear();
-        for (int i = 0; i < setup_.sources.size(); ++i) {
-            GaplessSliceEncoder::DecodedSource d;
-            d.path = setup_.sources[i];
-            d.pcm = GaplessSliceEncoder::pcmPath(setup_.workDir, i);
-            d.samples = finished_[std::size_t(i)] ? finishedSamples_[std::size_t(i)]
-                                                  : QFileInfo(d.pcm).size() / (2 * std::int64_t(channels));
-            available.push_back(d.samples);
-            sources.push_back(d);
-        }
+        for (int i = 0; i < setup_.sources.size(); ++i)
+            sources.push_back({setup_.sources[i], GaplessSliceEncoder::pcmPath(setup_.workDir, i), available[std::size_t(i)]});
         timeline = GaplessTimeline::build(setup_.chapterPlan, setup_.sources, available, plan_.sampleRate);
     }
     const SlicePlan plan = plan_;

@@ -73,6 +73,9 @@ private:
     // The next slice to encode, or -1 when there is none (left, or yet for
     // an early worker). Waits while work may still come.
     int take(std::unique_lock<std::mutex>& lock, bool early);
+    // Samples of each source on disk now: all of a finished decode, else
+    // what its growing file holds.
+    std::vector<std::int64_t> samplesSoFar() const;
     bool readyWhileDecoding(const PlannedSlice& slice) const;
     void encode(int slice, std::unique_lock<std::mutex>& lock);
     void report(int slice, double fraction);
